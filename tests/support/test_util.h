@@ -1,0 +1,63 @@
+// test_util.h - shared fixtures for the test suites: a clean library state
+// per test and helpers to read the error lists and the trace output.
+#ifndef VQXML_TESTS_TEST_UTIL_H
+#define VQXML_TESTS_TEST_UTIL_H
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "vqxml/vqxml.h"
+
+namespace vqtest {
+
+// One recorded error: its code and its parameter text.
+struct Err {
+    int64_t code;
+    std::string params;
+    bool operator==(const Err &o) const { return code == o.code && params == o.params; }
+};
+std::ostream &operator<<(std::ostream &os, const Err &e);
+
+// Drains the main list (pending DOM errors included), oldest first.
+std::vector<Err> drainErrors();
+// Drains only the DOM list.
+std::vector<Err> drainDomErrors();
+// Renders a message with VQXML_getErrorMsg.
+std::string message(int64_t code, const std::string &params);
+
+// Resets the library before each test: every area deleted, both error
+// lists emptied, tracing off, the character table built.
+class LibraryTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+};
+
+// Captures trace lines written while it lives (trace flag as given).
+class TraceCapture {
+public:
+    explicit TraceCapture(char level = '9');
+    ~TraceCapture();
+    // All text written so far, and the lines of it.
+    std::string text();
+    std::vector<std::string> lines();
+
+private:
+    int fd_ = -1;
+    std::string path_;
+    uint64_t savedHandle_;
+    int32_t savedFlag_;
+};
+
+// A DS holding text in the document of `doc`.
+inline VQHANDLE ds(VQHANDLE doc, const char *text) { return VQDOM_createDS(doc, text); }
+// The text of a DS (empty for an invalid handle).
+inline std::string str(VQHANDLE ds) { return VQDOM_getBufferDS(ds); }
+
+}  // namespace vqtest
+
+#endif  // VQXML_TESTS_TEST_UTIL_H

@@ -1,0 +1,52 @@
+// source.h - input sources: a NUL-terminated text read one byte at a time,
+// with line counting, CR/LF conversion, look-ahead, an awaited closing
+// delimiter, and transparent expansion of parameter-entity and character
+// references (only while `doctype` is set).
+#ifndef VQXML_PARSER_SOURCE_H
+#define VQXML_PARSER_SOURCE_H
+
+#include <cstdint>
+
+#include "vqxml/vqxml.h"
+
+struct Source;
+
+// One reference being expanded inside a source.
+struct Expansion {
+    const char *start;   // where the reference begins in the parent's text
+    const char *resume;  // just behind the reference's ';'
+    Source *child;       // delivers the replacement text
+    Expansion *next;
+};
+
+struct Source {
+    uint16_t current;        // the character being looked at; 0 = end
+    char *text;              // owned text (null for a source without text)
+    const char *cursor;      // next byte to read
+    char *name;              // heap string: system id of an external entity
+    int32_t line;            // line number, from 1
+    int32_t external;        // text of an external entity or subset
+    int32_t ownsText;        // deleteSource frees `text`
+    Expansion *expansions;   // oldest first
+    VQHANDLE document;       // where nodes and strings are created
+    VQHANDLE doctype;        // entity lookups; 0 switches expansion off
+    uint16_t awaited;        // closing quotation mark awaited, 0 = none
+    int32_t delimiterSeen;   // the awaited mark was read at this level
+};
+
+extern "C" {
+
+VQXML_API Source *allocSource(char *text, int ownsText, VQHANDLE document);
+VQXML_API Source *allocSourceEntity(VQHANDLE entity, VQHANDLE document);
+VQXML_API void deleteSource(Source *source);
+VQXML_API int getNextCh(Source *source);
+VQXML_API int getNthCh(Source *source, int n);
+VQXML_API Expansion *checkEntity(Source *source, const char *position);
+VQXML_API VQHANDLE createEntity(VQHANDLE document, int flag, VQHANDLE name);
+VQXML_API int checkNameStart(Source *source);
+VQXML_API void addParseError(int32_t line, int64_t code, char *argument);
+VQXML_API void addParseErrorDS(Source *source, int64_t code, VQHANDLE ds);
+
+}  // extern "C"
+
+#endif  // VQXML_PARSER_SOURCE_H

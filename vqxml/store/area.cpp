@@ -1,0 +1,408 @@
+// area.cpp - document areas: creation, the block allocator (slot search,
+// first fit over the free list, sweep, split), frees, growth, handle
+// checks, deletion and the installation of a loaded area image.
+#include "vqxml/store/area.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "vqxml/model/trace.h"
+#include "vqxml/store/error_list.h"
+#include "vqxml/store/memdiag.h"
+
+VQXML_AreaHead *docHead[256];
+int32_t dontRealloc[256];
+
+namespace vqxml {
+namespace {
+
+constexpr int64_t kGentleThreshold = 64000000;
+constexpr int64_t kMaxAreaSize = 0x7fffffff;
+
+// Bytes of the data region behind the 4 reserved ones.
+inline int64_t dataBytes(const DocArea *a) {
+    return int64_t{a->size} - 52 - 4 * int64_t{a->indexes};
+}
+inline int64_t roundUp8(int64_t v) { return (v + 7) & ~int64_t{7}; }
+
+// First fit over the free list. Returns the offset of the first block of
+// at least `size` bytes and the link that points at it, or 0.
+int32_t firstFit(DocArea *a, int64_t size, int32_t **linkOut) {
+    int32_t *link = &handleTable(a)[0];
+    int32_t off = *link;
+    while (off != 0) {
+        BlockHeader *b = blockAt(a, off);
+        if (b->blockSize >= size) {
+            *linkOut = link;
+            return off;
+        }
+        link = &b->blockLink;
+        off = b->blockLink;
+    }
+    return 0;
+}
+
+// Unlinks every listed free block (entry 0 and the blocks' links to 0).
+void unlinkFreeList(DocArea *a) {
+    int32_t off = handleTable(a)[0];
+    handleTable(a)[0] = 0;
+    while (off != 0) {
+        BlockHeader *b = blockAt(a, off);
+        off = b->blockLink;
+        b->blockLink = 0;
+    }
+}
+
+// Merges runs of free blocks and rebuilds the free list in address order
+// from the merged blocks of at least kMinListedBlock bytes.
+void sweep(DocArea *a) {
+    unlinkFreeList(a);
+    const int64_t end = dataBytes(a) + 4;
+    int32_t *tail = &handleTable(a)[0];
+    int64_t off = 4;
+    while (off < end) {
+        BlockHeader *b = blockAt(a, static_cast<int32_t>(off));
+        if (b->blockSize <= 0) break;  // a damaged area: stop rather than loop
+        if (b->blockLink != 0) {
+            off += b->blockSize;
+            continue;
+        }
+        int64_t merged = b->blockSize;
+        while (off + merged < end) {
+            BlockHeader *n = blockAt(a, static_cast<int32_t>(off + merged));
+            if (n->blockLink != 0 || n->blockSize <= 0) break;
+            merged += n->blockSize;
+        }
+        b->blockSize = static_cast<int32_t>(merged);
+        if (merged >= kMinListedBlock) {
+            *tail = static_cast<int32_t>(off);
+            tail = &b->blockLink;
+        }
+        off += merged;
+    }
+}
+
+// Grows the area for more slots; false when growth is barred or fails.
+bool growForSlots(int32_t number) {
+    if (dontRealloc[number] != 0) return false;
+    return reallocDocumentArea(number, 0) != 0;
+}
+
+int32_t lowestFreeNumber() {
+    for (int32_t n = 1; n <= 254; ++n)
+        if (docHead[n] == nullptr) return n;
+    return 255;
+}
+
+}  // namespace
+}  // namespace vqxml
+
+using namespace vqxml;
+
+extern "C" int32_t newDocumentArea(int32_t number, uint32_t **outDocHandleField) {
+    static uint32_t dummyDocHandle;  // when the block could not be tracked
+    VQXML_TRACE(1, "newDocumentArea: n = %d, *iDoc = 0x%p", number,
+                outDocHandleField ? static_cast<void *>(*outDocHandleField) : nullptr);
+    if (number == 0) number = lowestFreeNumber();
+    for (int i = 0; i < 12; ++i)
+        VQXML_TRACE(1, "newDocumentArea: docHead[ %d ] = 0x%p", i, static_cast<void *>(docHead[i]));
+    if (number < 1 || number > 255 || docHead[number] != nullptr) {
+        errorNoMoreDoc();
+        return 0;
+    }
+    char *block = static_cast<char *>(dbg_malloc(kInitialAreaSize, "document area"));
+    VQXML_TRACE(1, "VQXML malloc - (newDocumentArea)     addr: 0x%p, (len: %d)",
+                static_cast<void *>(block), kInitialAreaSize);
+    if (block == nullptr) {
+        errorAlloc("DocumentArea", kInitialAreaSize);
+        return 0;
+    }
+    VQXML_DbgMem *record = allocMemDocArea;
+    DocArea *a = reinterpret_cast<DocArea *>(block);
+    docHead[number] = a;
+    dontRealloc[number] = 0;
+    a->doc = number;
+    a->size = kInitialAreaSize;
+    a->indexes = kInitialIndexes;
+    a->firstfree = 1;
+    a->freesize = 17408;
+    a->freeoffset = kInitialIndexes - 1;
+    a->dbgHandles = a->dbgSize = a->dbgFreeHandles = a->dbgFreeSize = 0;
+    a->data = block + 48 + 4 * kInitialIndexes;
+    std::memset(handleTable(a), 0, 4 * static_cast<size_t>(kInitialIndexes));
+    handleTable(a)[0] = 4;
+    std::memset(a->data, 0, 4);
+    BlockHeader *first = blockAt(a, 4);
+    first->blockSize = 17408;
+    first->blockLink = 0;
+    if (outDocHandleField != nullptr)
+        *outDocHandleField = record != nullptr ? &record->DocHandle : &dummyDocHandle;
+    return number;
+}
+
+extern "C" VQHANDLE myAlloc(VQHANDLE document, int64_t bytes) {
+    const int32_t number = static_cast<int32_t>(document & 255);
+    if (number == 0) return 0;
+    DocArea *a = docHead[number];
+    if (a == nullptr || bytes < 0 || bytes > kMaxAreaSize / 2) return 0;
+
+    // 1. A handle slot.
+    int32_t *table = handleTable(a);
+    int32_t slot = a->firstfree < 1 ? 1 : a->firstfree;
+    while (slot < a->indexes && table[slot] != 0) ++slot;
+    if (slot >= a->indexes) {
+        const int64_t freeSlots = a->freeoffset;
+        if (int64_t{kMaxIndexes} - 2 * freeSlots > slot && 3 * freeSlots <= a->indexes) {
+            if (!growForSlots(number)) return 0;
+        } else if (freeSlots >= 2) {
+            a->firstfree = 1;
+            slot = 1;
+            while (slot < a->indexes && table[slot] != 0) ++slot;
+            if (slot < a->indexes) {
+                if (slot > kMaxSlot) {
+                    errorNoMoreHandle();
+                    return 0;
+                }
+            } else if (slot <= kMaxSlot) {
+                if (!growForSlots(number)) return 0;
+            } else {
+                errorNoMoreHandle();
+                return 0;
+            }
+        } else if (slot > kMaxSlot) {
+            errorNoMoreHandle();
+            return 0;
+        } else if (!growForSlots(number)) {
+            return 0;
+        }
+        a = docHead[number];
+        table = handleTable(a);
+        if (slot >= a->indexes || slot > kMaxSlot) {  // growth added no slot
+            errorNoMoreHandle();
+            return 0;
+        }
+    }
+
+    // 2. A block: first fit, then a sweep when most of the area is free,
+    // then growth.
+    const int64_t size = blockSizeFor(bytes);
+    int32_t *link = nullptr;
+    int32_t off = firstFit(a, size, &link);
+    if (off == 0 && a->freesize > a->size / 2) {
+        sweep(a);
+        off = firstFit(a, size, &link);
+    }
+    if (off == 0) {
+        if (dontRealloc[number] != 0) return 0;
+        if (!reallocDocumentArea(number, size)) return 0;
+        a = docHead[number];
+        table = handleTable(a);
+        link = &table[0];
+        off = *link;
+        while (off != 0 && blockAt(a, off)->blockLink != 0) {
+            link = &blockAt(a, off)->blockLink;
+            off = *link;
+        }
+        if (off == 0 || blockAt(a, off)->blockSize < size) return 0;
+    }
+
+    // 3. Split.
+    BlockHeader *b = blockAt(a, off);
+    const int32_t next = b->blockLink;
+    int32_t used;
+    if (b->blockSize <= size + 7) {
+        used = b->blockSize;
+        *link = next;
+    } else {
+        used = static_cast<int32_t>(size);
+        const int32_t restOff = off + used;
+        BlockHeader *rest = blockAt(a, restOff);
+        rest->blockSize = b->blockSize - used;
+        if (rest->blockSize >= kMinListedBlock) {
+            rest->blockLink = next;
+            *link = restOff;
+        } else {
+            rest->blockLink = 0;
+            *link = next;
+        }
+        b->blockSize = used;
+    }
+
+    // 4. Booking.
+    a->firstfree = slot + 1;
+    b->blockLink = slot;
+    table[slot] = off;
+    a->freesize -= used;
+    a->freeoffset -= 1;
+    a->dbgHandles += 1;
+    a->dbgSize += used;
+    return static_cast<VQHANDLE>(slot) * 256 + static_cast<VQHANDLE>(number);
+}
+
+extern "C" void myFree(VQHANDLE handle) {
+    if (!validHandle(handle)) return;
+    const int32_t number = static_cast<int32_t>(handle & 255);
+    DocArea *a = docHead[number];
+    int32_t *table = handleTable(a);
+    const int32_t slot = static_cast<int32_t>(handle >> 8);
+    BlockHeader *b = blockAt(a, table[slot]);
+    b->blockLink = 0;
+    table[slot] = 0;
+    a->freesize += b->blockSize;
+    a->dbgHandles -= 1;
+    a->freeoffset += 1;
+    a->dbgSize -= b->blockSize;
+    a->dbgFreeHandles += 1;
+    a->dbgFreeSize += b->blockSize;
+    if (a->freeoffset >= a->indexes - 1) VQXML_deleteDocumentArea(handle);
+}
+
+extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
+    if (number < 1 || number > 255 || docHead[number] == nullptr) return 0;
+    DocArea *old = docHead[number];
+    const int64_t D = dataBytes(old);
+    const int64_t H = old->indexes;
+    auto capSlots = [H](int64_t h) {
+        if (h > kMaxIndexes) h = kMaxIndexes;
+        return h < H ? H : h;  // a tiny streamed-in table must not shrink
+    };
+    int64_t H2, D2;
+    if (needed > 0) {
+        H2 = capSlots(((H / 4) * 7) | 1);
+        D2 = roundUp8(std::max(2 * D, D + needed));
+    } else {
+        H2 = capSlots(2 * H + 1);
+        D2 = roundUp8(std::max((D / 4) * 7, D));
+    }
+    int64_t S = D2 + 4 * H2 + 52;
+    if (S > kGentleThreshold) {
+        if (needed > 0) {
+            H2 = capSlots(((H / 6) * 7) | 1);
+            D2 = roundUp8(std::max((D / 5) * 6, D + needed));
+        } else {
+            H2 = capSlots((H / 5) * 6 + 1);
+            D2 = roundUp8(std::max((D / 6) * 7, D));
+        }
+        S = D2 + 4 * H2 + 52;
+    }
+    if (S < 1 || S > kMaxAreaSize) {
+        VQXML_TRACE(1, "VQXML malloc - (reallocDocumentArea) addr: 0x%p, (len: %ld, old len: %d)",
+                    nullptr, static_cast<long>(S), old->size);
+        dontRealloc[number] = 1;
+        errorAlloc("DocumentArea", S);
+        return 0;
+    }
+    char *block = static_cast<char *>(dbg_malloc(static_cast<size_t>(S), "document area"));
+    VQXML_TRACE(1, "VQXML malloc - (reallocDocumentArea) addr: 0x%p, (len: %ld, old len: %d)",
+                static_cast<void *>(block), static_cast<long>(S), old->size);
+    if (block == nullptr) {
+        dontRealloc[number] = 1;
+        errorAlloc("DocumentArea", S);
+        return 0;
+    }
+    // The new block's diagnostics record keeps naming the document node, so
+    // that leak reports and dumps still show the document after growth.
+    VQXML_DbgMem *record = allocMemDocArea;
+
+    DocArea *a = reinterpret_cast<DocArea *>(block);
+    *a = *old;
+    a->size = static_cast<int32_t>(S);
+    a->indexes = static_cast<int32_t>(H2);
+    a->freesize += static_cast<int32_t>(D2 - D);
+    a->freeoffset += static_cast<int32_t>(H2 - H);
+    a->data = block + 48 + 4 * H2;
+    std::memcpy(handleTable(a), handleTable(old), 4 * static_cast<size_t>(H));
+    std::memset(handleTable(a) + H, 0, 4 * static_cast<size_t>(H2 - H));
+    std::memcpy(a->data, old->data, static_cast<size_t>(D) + 4);
+    docHead[number] = a;
+
+    if (D2 > D) {
+        int32_t *link = &handleTable(a)[0];
+        int32_t last = 0;
+        while (*link != 0) {
+            last = *link;
+            link = &blockAt(a, last)->blockLink;
+        }
+        if (last != 0 && last + int64_t{blockAt(a, last)->blockSize} == D + 4) {
+            blockAt(a, last)->blockSize += static_cast<int32_t>(D2 - D);
+        } else {
+            BlockHeader *fresh = blockAt(a, static_cast<int32_t>(D + 4));
+            fresh->blockSize = static_cast<int32_t>(D2 - D);
+            fresh->blockLink = 0;
+            *link = static_cast<int32_t>(D + 4);
+        }
+    }
+
+    if (record != nullptr) {
+        for (VQXML_DbgMem *r = record->next; r != nullptr; r = r->next) {
+            if (r->addr == old) {
+                record->DocHandle = r->DocHandle;
+                break;
+            }
+        }
+    }
+    VQXML_TRACE(1, "VQXML free   - (reallocDocumentArea) addr: 0x%p", static_cast<void *>(old));
+    dbg_free(old);
+    return 1;
+}
+
+extern "C" int validHandle(VQHANDLE handle) {
+    if (handle == 0) return 0;
+    if (liveHandle(handle)) return 1;
+    char params[16];
+    std::snprintf(params, sizeof params, "%x|", handle);
+    addVqXmlError(kInvalidHandle, params);
+    return 0;
+}
+
+extern "C" int VQXML_checkNode(VQHANDLE handle) { return validHandle(handle); }
+
+extern "C" void *toPNode(VQHANDLE handle) { return payload(handle); }
+
+extern "C" void changeHandle(VQHANDLE a, VQHANDLE b) {
+    if ((a & 255) != (b & 255) || !liveHandle(a) || !liveHandle(b)) return;
+    DocArea *area = docHead[a & 255];
+    int32_t *table = handleTable(area);
+    const uint32_t sa = a >> 8, sb = b >> 8;
+    std::swap(table[sa], table[sb]);
+    blockAt(area, table[sa])->blockLink = static_cast<int32_t>(sa);
+    blockAt(area, table[sb])->blockLink = static_cast<int32_t>(sb);
+}
+
+extern "C" void VQXML_deleteDocumentArea(VQHANDLE handle) {
+    const uint32_t number = handle & 255;
+    if (number == 0 || docHead[number] == nullptr) return;
+    VQXML_TRACE(1, "VQXML free   - (deleteDocumentArea)  addr: 0x%p",
+                static_cast<void *>(docHead[number]));
+    dbg_free(docHead[number]);
+    docHead[number] = nullptr;
+}
+
+extern "C" void VQXML_deleteDocumentAreaRange(int32_t low, int32_t high) {
+    if (low < 0 || low > 255 || high >= 256) return;
+    VQXML_TRACE(1, "VQXML free   - (deleteDocumentAreaRange)  nRangeLow: %i, nRangeHigh: %i",
+                low, high);
+    for (int32_t n = low; n <= high; ++n) {
+        if (docHead[n] == nullptr) continue;
+        VQXML_TRACE(1, "VQXML free   - (deleteDocumentAreaRange)  addr: 0x%p",
+                    static_cast<void *>(docHead[n]));
+        dbg_free(docHead[n]);
+        docHead[n] = nullptr;
+    }
+}
+
+extern "C" int VQXML_documentLoaded(void *area) {
+    if (area == nullptr) return 0;
+    DocArea *a = static_cast<DocArea *>(area);
+    if (a->doc >= 1 && a->doc <= 255 && docHead[a->doc] == nullptr) {
+        docHead[a->doc] = a;
+        dontRealloc[a->doc] = 0;
+        a->data = static_cast<char *>(area) + 48 + 4 * int64_t{a->indexes};
+        return 1;
+    }
+    VQXML_TRACE(2, "VQXML free   - (documentLoaded) addr: 0x%p", area);
+    dbg_free(area);
+    return 0;
+}

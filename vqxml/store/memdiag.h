@@ -1,0 +1,50 @@
+// memdiag.h - the accounting layer under every heap block of the library:
+// a list of live blocks with labels, running totals, a leak report, a file
+// dump and per-document counters.
+#ifndef VQXML_STORE_MEMDIAG_H
+#define VQXML_STORE_MEMDIAG_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "vqxml/vqxml.h"
+
+extern "C" {
+
+VQXML_API void *dbg_malloc(size_t size, const char *label);
+VQXML_API void dbg_free(void *pointer);
+VQXML_API void dbg_memleak(void);
+VQXML_API void writeHead(int fd, int32_t documentNumber);
+VQXML_API void debugMemDoc(int32_t documentNumber, int32_t *counters);
+
+}  // extern "C"
+
+namespace vqxml {
+
+static_assert(sizeof(VQXML_DbgMem) == 56, "diagnostics record is 56 bytes");
+
+// Figures of the accounting layer.
+struct MemStats {
+    int32_t allocCount;    // next sequence number
+    int32_t allocSize;     // bytes currently allocated
+    int32_t maxAllocSize;  // peak of allocSize
+    int32_t liveBlocks;    // records in the list
+};
+MemStats memStats();
+
+// Test hook: the n-th dbg_malloc from now on (1 = the next one) fails, and
+// so does every one after it while `sticky` is set. 0 switches it off.
+// Not exported from the shared library.
+void failAllocAt(int64_t n, bool sticky = false);
+
+// Owner of a block taken with dbg_malloc.
+struct DbgFree {
+    void operator()(void *p) const { dbg_free(p); }
+};
+template <typename T>
+using DbgPtr = std::unique_ptr<T, DbgFree>;
+
+}  // namespace vqxml
+
+#endif  // VQXML_STORE_MEMDIAG_H

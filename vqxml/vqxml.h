@@ -1,0 +1,328 @@
+/*
+ * vqxml.h - the public C interface of libvqxml.
+ *
+ * libvqxml reads, builds, inspects, changes and writes XML documents. Every
+ * document lives in a document area of its own; callers never hold pointers
+ * into an area but 32-bit handles (VQHANDLE) that stay valid while the area
+ * grows or moves. A handle is slot * 256 + document number; 0 is the null
+ * handle and every value below 256 is invalid.
+ *
+ * Failures are recorded, not returned: a failing call appends a record to an
+ * error list and returns 0 or the null handle. Drain the list with
+ *
+ *     char params[256], msg[512];
+ *     int64_t code;
+ *     while ((code = VQXML_getError(params)) != 0)
+ *         VQXML_getErrorMsg(code, params, msg, sizeof msg);
+ *
+ * Ownership: a DOM string (DS) handle passed to a VQDOM_create* or VQDOM_set*
+ * function or to a data-editing function is handed over. A node passed to an
+ * insertion function belongs to the library; when the insertion is refused
+ * the node is deleted. Removed nodes are unlinked but alive: insert them
+ * elsewhere or delete them with VQDOM_deleteNode.
+ *
+ * The library keeps process-wide state and takes no locks: use it from one
+ * thread at a time. Call VQXML_xmlInit() once before parsing.
+ *
+ * This header compiles as C99 and as C++.
+ */
+#ifndef VQXML_VQXML_H
+#define VQXML_VQXML_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32)
+#define VQXML_API
+#else
+#define VQXML_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* A handle: slot * 256 + document number. */
+typedef uint32_t VQHANDLE;
+
+/* Node type codes. */
+enum {
+    VQXML_ELEMENT_NODE = 1,
+    VQXML_ATTRIBUTE_NODE = 2,
+    VQXML_TEXT_NODE = 3,
+    VQXML_CDATA_SECTION_NODE = 4,
+    VQXML_ENTITY_REFERENCE_NODE = 5,
+    VQXML_ENTITY_NODE = 6,
+    VQXML_PROCESSING_INSTRUCTION_NODE = 7,
+    VQXML_COMMENT_NODE = 8,
+    VQXML_DOCUMENT_NODE = 9,
+    VQXML_DOCUMENT_TYPE_NODE = 10,
+    VQXML_DOCUMENT_FRAGMENT_NODE = 11,
+    VQXML_NOTATION_NODE = 12,
+    VQXML_ELEMENT_DECL_NODE = 13,
+    VQXML_ATTLIST_DECL_NODE = 14,
+    VQXML_ATT_DEF_NODE = 15,
+    VQXML_CP_CHILDREN_NODE = 16,
+    VQXML_NAME_LIST_NODE = 17
+};
+
+/*
+ * The head of a document area. A streamed area image starts with these 48
+ * bytes; the handle table follows, then 4 reserved bytes, then the blocks.
+ */
+typedef struct VQXML_AreaHead {
+    int32_t doc;            /* document number, 1..255 */
+    int32_t size;           /* whole area in bytes */
+    int32_t indexes;        /* handle-table slots */
+    int32_t firstfree;      /* where the next slot search starts */
+    int32_t freesize;       /* data bytes not held by live objects */
+    int32_t freeoffset;     /* number of free handle slots */
+    int32_t dbgHandles;     /* live objects */
+    int32_t dbgSize;        /* bytes of live objects, headers included */
+    int32_t dbgFreeHandles; /* frees since creation */
+    int32_t dbgFreeSize;    /* bytes freed since creation */
+    char *data;             /* start of the data region */
+} VQXML_AreaHead;
+
+/* One record of the memory accounting list (newest first). */
+typedef struct VQXML_DbgMem {
+    void *addr;                 /* the user block */
+    int32_t count;              /* sequence number of the allocation */
+    int32_t size;               /* size of the user block */
+    struct VQXML_DbgMem *next;  /* next (older) record */
+    char text[24];              /* label, at most 23 characters */
+    uint32_t DocHandle;         /* document node of a document area, else 0 */
+} VQXML_DbgMem;
+
+/* ---- exported tables ------------------------------------------------- */
+
+/* Area heads by document number; a null entry is a free number. */
+VQXML_API extern VQXML_AreaHead *docHead[256];
+/* Non-zero: the area of that number must not be grown any more. */
+VQXML_API extern int32_t dontRealloc[256];
+/* Record of the last allocation when it was a document area, else null. */
+VQXML_API extern VQXML_DbgMem *allocMemDocArea;
+/* Trace handle of the support library (a file descriptor); 0 = off. */
+VQXML_API extern uint64_t XmlTraceHandle;
+/* Trace level: low byte is a digit character, '2' passes levels 0..2. */
+VQXML_API extern int32_t XmlTraceFlag;
+/* Tick counter, cleared by VQXML_clearTiks. */
+VQXML_API extern int64_t liTIKS;
+
+/* ---- start, stop, tracing ------------------------------------------- */
+
+VQXML_API void VQXML_xmlInit(void);
+VQXML_API void xmlInit(void);
+VQXML_API void VQXML_xmlCleanup(void);
+VQXML_API void xmlCleanup(void);
+VQXML_API void VQXML_xmlSetTraceFlag(uint64_t handle, int32_t flag);
+VQXML_API void VQXML_TRACE_XML(uint32_t level, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+VQXML_API void VQXML_TRACE_XML_DUMP(uint32_t level, const char *label,
+                                    const void *data, int64_t length,
+                                    VQHANDLE node);
+VQXML_API void VQXML_clearTiks(void);
+VQXML_API int64_t VQXML_getTiks(void);
+
+/* ---- document areas and handles ------------------------------------- */
+
+/* 1 when the handle names a live object; records 1001748 otherwise. */
+VQXML_API int VQXML_checkNode(VQHANDLE handle);
+VQXML_API void VQXML_deleteDocumentArea(VQHANDLE handle);
+VQXML_API void VQXML_deleteDocumentAreaRange(int32_t low, int32_t high);
+/* Installs a filled area image; the block is consumed either way. */
+VQXML_API int VQXML_documentLoaded(void *area);
+
+/* ---- errors ---------------------------------------------------------- */
+
+/* Oldest main-list code (0 when empty); its parameter text goes to buffer
+ * (256 bytes, may be null) and the record is removed. */
+VQXML_API int64_t VQXML_getError(char *buffer);
+/* Renders a message; returns its full length, writes at most size-1 bytes
+ * and a terminator. */
+VQXML_API int32_t VQXML_getErrorMsg(int64_t code, const char *params,
+                                    char *buffer, int32_t bufferSize);
+VQXML_API void VQXML_resetErrorList(void);
+VQXML_API int32_t VQDOM_getError(char *buffer);
+VQXML_API int32_t VQDOM_getLastError(void);
+
+/* ---- memory diagnostics ---------------------------------------------- */
+
+/* counters (six int32): live objects, live bytes, area sizes, frees, freed
+ * bytes, areas counted; for one document, or all when (document & 255) is
+ * 0. Always returns 1. */
+VQXML_API int VQXML_debug_mem(VQHANDLE document, int32_t *counters,
+                              int withLeakReport);
+VQXML_API void VQXML_PRINTINTOFILE(const char *path);
+VQXML_API int VQXML_DomDump(void);
+VQXML_API void VQDOM_startMemInfo(void);
+VQXML_API char *VQDOM_endMemInfo(void);
+
+/* ---- DOM strings ------------------------------------------------------ */
+
+VQXML_API VQHANDLE VQDOM_createDS(VQHANDLE handle, const char *text);
+/* Valid until the next allocation in the same document. */
+VQXML_API char *VQDOM_getBufferDS(VQHANDLE ds);
+VQXML_API int64_t VQDOM_lenDS(VQHANDLE ds);
+VQXML_API void VQDOM_deleteDS(VQHANDLE ds);
+VQXML_API int VQDOM_cmpDS(VQHANDLE a, VQHANDLE b);
+VQXML_API int VQDOM_cmpDSStr(VQHANDLE ds, const char *text);
+VQXML_API int64_t VQDOM_cpyDS(VQHANDLE ds, char *buffer, int64_t size);
+VQXML_API VQHANDLE VQDOM_cloneDS(VQHANDLE handle, VQHANDLE ds);
+VQXML_API void VQDOM_appendDS(VQHANDLE ds, const char *text);
+VQXML_API void VQDOM_appendDS2(VQHANDLE ds, VQHANDLE other);
+VQXML_API void VQDOM_removeSpacesDS(VQHANDLE ds);
+VQXML_API int64_t VQDOM_cpyDS_ExpandRef(VQHANDLE ds, char *buffer,
+                                        int64_t size);
+VQXML_API int64_t VQDOM_cpyDS_ExpandRef2(VQHANDLE ds, char *buffer,
+                                         int64_t size);
+
+/* ---- documents and node creation ------------------------------------- */
+
+VQXML_API VQHANDLE VQDOM_createDocument(void);
+/*
+ * The implementation object is the document itself: returns the handle it
+ * is given. (C++ callers may also call it without an argument, which
+ * yields 0.)
+ */
+VQXML_API VQHANDLE VQDOM_getImplementation(VQHANDLE document);
+VQXML_API int VQDOM_hasFeature(VQHANDLE impl, const char *feature,
+                               const char *version);
+VQXML_API VQHANDLE VQDOM_createElement(VQHANDLE doc, VQHANDLE name);
+VQXML_API VQHANDLE VQDOM_createTextNode(VQHANDLE doc, VQHANDLE data);
+VQXML_API VQHANDLE VQDOM_createComment(VQHANDLE doc, VQHANDLE data);
+VQXML_API VQHANDLE VQDOM_createCDATASection(VQHANDLE doc, VQHANDLE data);
+VQXML_API VQHANDLE VQDOM_createProcessingInstruction(VQHANDLE doc,
+                                                     VQHANDLE target,
+                                                     VQHANDLE data);
+VQXML_API VQHANDLE VQDOM_createAttribute(VQHANDLE doc, VQHANDLE name);
+VQXML_API VQHANDLE VQDOM_createEntityReference(VQHANDLE doc, VQHANDLE name);
+VQXML_API VQHANDLE VQDOM_createDocumentFragment(VQHANDLE doc);
+
+/* ---- navigation ------------------------------------------------------- */
+
+VQXML_API VQHANDLE VQDOM_getNodeName(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getNodeValue(VQHANDLE node);
+VQXML_API int32_t VQDOM_getNodeType(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getParentNode(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getChildNodes(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getFirstChild(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getLastChild(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getPreviousSibling(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getNextSibling(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getAttributes(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getOwnerDocument(VQHANDLE node);
+VQXML_API int VQDOM_hasChildNodes(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getTagName(VQHANDLE element);
+VQXML_API VQHANDLE VQDOM_getDocumentElement(VQHANDLE doc);
+VQXML_API VQHANDLE VQDOM_getDocumentFragmentElement(VQHANDLE fragment);
+VQXML_API VQHANDLE VQDOM_getDoctype(VQHANDLE doc);
+VQXML_API int64_t VQDOM_getText(VQHANDLE node, char *buf, int64_t cap);
+VQXML_API int64_t VQDOM_getTextContent(VQHANDLE node, char *buf,
+                                       int64_t cap);
+VQXML_API VQHANDLE VQDOM_getTextDS(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getTextContentDS(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getElementsByTagName(VQHANDLE node, VQHANDLE name);
+VQXML_API VQHANDLE VQDOM_getElementsByTagNameStr(VQHANDLE node,
+                                                 const char *name);
+VQXML_API int VQDOM_rename(VQHANDLE node, const char *newName);
+
+/* ---- tree mutation ---------------------------------------------------- */
+
+VQXML_API VQHANDLE VQDOM_appendChild(VQHANDLE parent, VQHANDLE newChild);
+VQXML_API VQHANDLE VQDOM_insertBefore(VQHANDLE parent, VQHANDLE newChild,
+                                      VQHANDLE refChild);
+VQXML_API VQHANDLE VQDOM_replaceChild(VQHANDLE parent, VQHANDLE newChild,
+                                      VQHANDLE oldChild);
+VQXML_API VQHANDLE VQDOM_removeChild(VQHANDLE parent, VQHANDLE oldChild);
+VQXML_API void VQDOM_deleteNode(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_cloneNode(VQHANDLE node, int deep);
+VQXML_API VQHANDLE VQDOM_cloneNodeDoc(VQHANDLE node, int deep,
+                                      VQHANDLE targetDoc);
+VQXML_API int VQDOM_normalize(VQHANDLE node);
+VQXML_API void VQDOM_setNodeValue(VQHANDLE node, VQHANDLE value);
+VQXML_API void VQDOM_setData(VQHANDLE node, VQHANDLE value);
+VQXML_API void VQDOM_setValue(VQHANDLE node, VQHANDLE value);
+
+/* ---- attributes, named node maps, node lists -------------------------- */
+
+VQXML_API VQHANDLE VQDOM_getNamedItem(VQHANDLE map, VQHANDLE name);
+VQXML_API VQHANDLE VQDOM_getNamedItemStr(VQHANDLE map, const char *name);
+VQXML_API VQHANDLE VQDOM_setNamedItem(VQHANDLE map, VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_removeNamedItem(VQHANDLE map, VQHANDLE name);
+VQXML_API VQHANDLE VQDOM_removeNamedItemStr(VQHANDLE map, const char *name);
+VQXML_API VQHANDLE VQDOM_itemMap(VQHANDLE map, uint64_t index);
+VQXML_API uint32_t VQDOM_getLengthMap(VQHANDLE map);
+VQXML_API VQHANDLE VQDOM_itemList(VQHANDLE list, uint64_t index);
+VQXML_API uint32_t VQDOM_getLengthList(VQHANDLE list);
+VQXML_API VQHANDLE VQDOM_getAttribute(VQHANDLE element, VQHANDLE name);
+VQXML_API int64_t VQDOM_getAttributeStr(VQHANDLE element, const char *name,
+                                        char *buffer, int64_t capacity);
+VQXML_API VQHANDLE VQDOM_getAttributeNode(VQHANDLE element, VQHANDLE name);
+VQXML_API VQHANDLE VQDOM_getAttributeNodeStr(VQHANDLE element,
+                                             const char *name);
+VQXML_API void VQDOM_setAttribute(VQHANDLE element, VQHANDLE name,
+                                  VQHANDLE value);
+VQXML_API VQHANDLE VQDOM_setAttributeNode(VQHANDLE element,
+                                          VQHANDLE attribute);
+VQXML_API void VQDOM_removeAttribute(VQHANDLE element, VQHANDLE name);
+VQXML_API void VQDOM_removeAttributeStr(VQHANDLE element, const char *name);
+VQXML_API VQHANDLE VQDOM_removeAttributeNode(VQHANDLE element,
+                                             VQHANDLE attribute);
+
+/* ---- character data --------------------------------------------------- */
+
+VQXML_API VQHANDLE VQDOM_getData(VQHANDLE node);
+VQXML_API int64_t VQDOM_getLengthData(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_substringData(VQHANDLE node, uint64_t offset,
+                                       uint64_t count);
+VQXML_API void VQDOM_appendData(VQHANDLE node, VQHANDLE data);
+VQXML_API void VQDOM_appendDataStr(VQHANDLE node, const char *text);
+VQXML_API void VQDOM_insertData(VQHANDLE node, uint64_t offset,
+                                VQHANDLE data);
+VQXML_API void VQDOM_insertDataStr(VQHANDLE node, uint64_t offset,
+                                   const char *text);
+VQXML_API void VQDOM_deleteData(VQHANDLE node, uint64_t offset,
+                                uint64_t count);
+VQXML_API void VQDOM_replaceData(VQHANDLE node, uint64_t offset,
+                                 uint64_t count, VQHANDLE data);
+VQXML_API VQHANDLE VQDOM_splitText(VQHANDLE node, uint64_t offset);
+VQXML_API void VQDOM_setRawXml(VQHANDLE textNode);
+VQXML_API VQHANDLE VQDOM_getTarget(VQHANDLE pi);
+VQXML_API VQHANDLE VQDOM_getDataPI(VQHANDLE pi);
+VQXML_API void VQDOM_setDataPI(VQHANDLE pi, VQHANDLE data);
+VQXML_API VQHANDLE VQDOM_getName(VQHANDLE attr);
+VQXML_API VQHANDLE VQDOM_getValue(VQHANDLE attr);
+VQXML_API int VQDOM_getSpecified(VQHANDLE attr);
+
+/* ---- document type definitions ---------------------------------------- */
+
+VQXML_API VQHANDLE VQDOM_getNameDTD(VQHANDLE doctype);
+VQXML_API VQHANDLE VQDOM_getEntities(VQHANDLE doctype);
+VQXML_API VQHANDLE VQDOM_getNotations(VQHANDLE doctype);
+VQXML_API VQHANDLE VQDOM_getPublicID(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getSystemID(VQHANDLE node);
+VQXML_API VQHANDLE VQDOM_getNotationName(VQHANDLE entity);
+
+/* ---- parsing ------------------------------------------------------------ */
+
+/* A new Document, or 0 with the messages on the main error list. */
+VQXML_API VQHANDLE VQXML_parse(const char *text);
+/* A new DocumentFragment of document holding the parsed content, or 0. */
+VQXML_API VQHANDLE VQXML_parseFragment(VQHANDLE document, const char *text);
+/* Pointer to the first byte that cannot stand in a name, or null. */
+VQXML_API char *VQXML_checkName(const char *name);
+
+/* ---- printing ----------------------------------------------------------- */
+
+/* Writes the node as XML text; returns the full length needed. A result not
+ * smaller than size means the buffer was too small. Line breaks are CR LF. */
+VQXML_API int32_t VQXML_printNode(VQHANDLE node, char *buffer, int32_t size);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+inline VQHANDLE VQDOM_getImplementation() { return VQDOM_getImplementation(0); }
+#endif
+
+#endif /* VQXML_VQXML_H */
