@@ -1,0 +1,210 @@
+// memdiag_test.cpp - the accounting layer, the leak report, the dump file,
+// the per-document counters, the memory measurement and the trace switch.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/test_util.h"
+#include "vqxml/store/area.h"
+#include "vqxml/store/memdiag.h"
+
+using vqtest::LibraryTest;
+
+namespace {
+
+std::string readFile(const std::string &path) {
+    std::ifstream in(path);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+std::string dumpToString() {
+    char path[] = "/tmp/vqxml-dump-XXXXXX";
+    int fd = mkstemp(path);
+    close(fd);
+    VQXML_PRINTINTOFILE(path);
+    std::string text = readFile(path);
+    struct stat st;
+    stat(path, &st);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    unlink(path);
+    return text;
+}
+
+int newArea() {
+    uint32_t *field = nullptr;
+    return newDocumentArea(0, &field);
+}
+
+}  // namespace
+
+TEST_F(LibraryTest, AccountingFollowsEveryBlock) {
+    const auto before = vqxml::memStats();
+    void *a = dbg_malloc(100, "first");
+    void *b = dbg_malloc(50, "a label that is thirty chars!!");
+    auto mid = vqxml::memStats();
+    EXPECT_EQ(mid.allocCount, before.allocCount + 2);
+    EXPECT_EQ(mid.allocSize, before.allocSize + 150);
+    EXPECT_EQ(mid.liveBlocks, before.liveBlocks + 2);
+    EXPECT_GE(mid.maxAllocSize, mid.allocSize);
+    EXPECT_EQ(allocMemDocArea, nullptr);
+
+    std::string dump = dumpToString();
+    char expectA[128], expectB[128];
+    std::snprintf(expectA, sizeof expectA, "count = %d, size = 100, next = ", before.allocCount);
+    std::snprintf(expectB, sizeof expectB, "count = %d, size = 50, next = ", before.allocCount + 1);
+    EXPECT_NE(dump.find(expectA), std::string::npos);
+    EXPECT_NE(dump.find(expectB), std::string::npos);
+    EXPECT_NE(dump.find("text = 'a label that is thirty ', DocHandle = 0\n"), std::string::npos)
+        << "labels keep their first 23 characters";
+    // Newest first.
+    EXPECT_LT(dump.find(expectB), dump.find(expectA));
+
+    dbg_free(a);
+    dbg_free(b);
+    EXPECT_EQ(vqxml::memStats().allocSize, before.allocSize);
+    EXPECT_EQ(vqxml::memStats().liveBlocks, before.liveBlocks);
+    EXPECT_EQ(vqxml::memStats().maxAllocSize, mid.maxAllocSize);
+}
+
+TEST_F(LibraryTest, UnknownBlocksAreNeverFreed) {
+    vqtest::TraceCapture trace('1');
+    int local = 0;
+    const auto before = vqxml::memStats();
+    dbg_free(&local);
+    void *heap = std::malloc(8);
+    dbg_free(heap);  // not ours: must stay allocated (freed below by hand)
+    std::free(heap);
+    EXPECT_EQ(vqxml::memStats().liveBlocks, before.liveBlocks);
+    auto lines = trace.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0].rfind("**** error **** invalid free ( 0x0x", 0), 0u);
+    EXPECT_EQ(lines[0].substr(lines[0].size() - 2), " )");
+}
+
+TEST_F(LibraryTest, InjectedAllocationFailures) {
+    vqxml::failAllocAt(2);
+    void *a = dbg_malloc(8, "x");
+    EXPECT_NE(a, nullptr);
+    EXPECT_EQ(dbg_malloc(8, "x"), nullptr);
+    void *c = dbg_malloc(8, "x");
+    EXPECT_NE(c, nullptr) << "one-shot failure";
+    vqxml::failAllocAt(1, true);
+    EXPECT_EQ(dbg_malloc(8, "x"), nullptr);
+    EXPECT_EQ(dbg_malloc(8, "x"), nullptr);
+    vqxml::failAllocAt(0);
+    dbg_free(a);
+    dbg_free(c);
+    EXPECT_EQ(newArea(), 1) << "failures are off again";
+}
+
+TEST_F(LibraryTest, CountersPerDocumentAndForAll) {
+    const int n1 = newArea(), n2 = newArea();
+    myAlloc(n1, 12);
+    VQHANDLE h = myAlloc(n2, 100);
+    myAlloc(n2, 1);
+    myFree(h);
+    int32_t c[6];
+    std::memset(c, 0x55, sizeof c);
+    EXPECT_EQ(VQXML_debug_mem(static_cast<VQHANDLE>(n2), c, 0), 1);
+    EXPECT_EQ(std::vector<int32_t>(c, c + 6), (std::vector<int32_t>{1, 16, 20336, 1, 112, 1}));
+    EXPECT_EQ(VQXML_debug_mem(0x300, c, 0), 1) << "low byte 0: all documents";
+    EXPECT_EQ(std::vector<int32_t>(c, c + 6),
+              (std::vector<int32_t>{2, 40, 2 * 20336, 1, 112, 2}));
+    EXPECT_EQ(VQXML_debug_mem(0x77, c, 0), 1) << "no such document";
+    EXPECT_EQ(std::vector<int32_t>(c, c + 6), (std::vector<int32_t>(6, 0)));
+    EXPECT_EQ(VQXML_debug_mem(0, nullptr, 0), 1);
+    EXPECT_EQ(VQXML_DomDump(), 0);
+}
+
+TEST_F(LibraryTest, DumpFileListsBlocksAndAreaHeads) {
+    const int n = newArea();
+    allocMemDocArea->DocHandle = 0x101;  // as the document node would set it
+    myAlloc(n, 12);
+    std::string dump = dumpToString();
+    auto stats = vqxml::memStats();
+    char first[128];
+    std::snprintf(first, sizeof first, "allocCount = %d, allocSize = %d, maxAllocSize = %d\n",
+                  stats.allocCount, stats.allocSize, stats.maxAllocSize);
+    EXPECT_EQ(dump.rfind(first, 0), 0u);
+    EXPECT_NE(dump.find(", size = 20336, next = 0x"), std::string::npos);
+    EXPECT_NE(dump.find("text = 'document area', DocHandle = 257\nDocHead = 0x"), std::string::npos)
+        << "a document's record is followed by its head line";
+    const std::string head =
+        ", doc = 1, size = 20336, indexes = 719, firstfree = 2, freesize = 17384, "
+        "freeoffset = 717, dbgHandles = 1, dbgSize = 24, dbgFreeHandles = 0, dbgFreeSize = 0\n";
+    size_t at = dump.find(head);
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_NE(dump.find(head, at + 1), std::string::npos) << "and again in the list of all heads";
+    VQXML_PRINTINTOFILE("/nonexistent-dir/dump");  // silently skipped
+}
+
+TEST_F(LibraryTest, LeakReportThroughTheTrace) {
+    {
+        vqtest::TraceCapture trace('1');
+        VQXML_debug_mem(0, nullptr, 1);
+        auto lines = trace.lines();
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[0].rfind("max. allocated memory so far: 0x", 0), 0u);
+        EXPECT_EQ(lines[1], "no memory allocated currently");
+    }
+    newArea();
+    vqtest::TraceCapture trace('1');
+    dbg_memleak();
+    auto lines = trace.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1].rfind("memory alloacted: address = 0x0x", 0), 0u);
+    EXPECT_NE(lines[1].find(", size = 20336, text = document area"), std::string::npos);
+}
+
+TEST_F(LibraryTest, TraceLevelsFollowTheFlag) {
+    {
+        vqtest::TraceCapture trace('1');
+        VQXML_TRACE_XML(1, "one %d", 1);
+        VQXML_TRACE_XML(2, "two %d", 2);
+        VQXML_TRACE_XML(0, "zero");
+        EXPECT_EQ(trace.lines(), (std::vector<std::string>{"one 1", "zero"}));
+    }
+    {
+        vqtest::TraceCapture trace('0');
+        VQXML_TRACE_XML(1, "level 1 is held back by '0'");
+        VQXML_TRACE_XML(0, "level 0 passes");
+        EXPECT_EQ(trace.lines(), (std::vector<std::string>{"level 0 passes"}));
+    }
+    VQXML_xmlSetTraceFlag(0, '9');
+    VQXML_TRACE_XML(0, "no handle: nothing happens");
+    EXPECT_EQ(XmlTraceFlag, '9');
+    VQXML_xmlCleanup();
+    vqtest::TraceCapture trace('2');
+    VQXML_TRACE_XML(2, "%s", "a fresh buffer after clean-up");
+    EXPECT_EQ(trace.lines(), (std::vector<std::string>{"a fresh buffer after clean-up"}));
+    VQXML_clearTiks();
+    EXPECT_EQ(VQXML_getTiks(), 0);
+}
+
+TEST_F(LibraryTest, ProcessMemoryMeasurement) {
+    // Without change the text is empty. Page figures can move between the two
+    // calls under a busy machine, so allow a few tries.
+    bool empty = false;
+    for (int i = 0; i < 5 && !empty; ++i) {
+        VQDOM_startMemInfo();
+        empty = VQDOM_endMemInfo()[0] == '\0';
+    }
+    EXPECT_TRUE(empty);
+    VQDOM_startMemInfo();
+    const size_t big = 64u << 20;
+    char *p = static_cast<char *>(std::malloc(big));
+    std::memset(p, 1, big);
+    std::string text = VQDOM_endMemInfo();
+    std::free(p);
+    EXPECT_EQ(text.rfind("VQXML Memory Information: VM Size = ", 0), 0u) << text;
+    EXPECT_LE(text.size(), 255u);
+}
