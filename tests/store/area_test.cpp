@@ -362,3 +362,43 @@ TEST_F(LibraryTest, AreaTraceLines) {
     EXPECT_NE(lines[13].find(", (len: 20336)"), std::string::npos);
     EXPECT_EQ(lines[14].rfind("VQXML free   - (deleteDocumentArea)  addr: 0x0x", 0), 0u);
 }
+
+TEST_F(LibraryTest, DamagedAreaImagesAreRefused) {
+    const int n = newArea();
+    VQHANDLE a = myAlloc(n, 40);
+    VQHANDLE b = myAlloc(n, 8);
+    myFree(a);
+    const int32_t size = area(n)->size;
+    std::vector<char> good(static_cast<size_t>(size));
+    std::memcpy(good.data(), area(n), good.size());
+    VQXML_deleteDocumentArea(b);
+
+    auto load = [&](auto damage) {
+        void *image = dbg_malloc(good.size(), "document area");
+        std::memcpy(image, good.data(), good.size());
+        damage(static_cast<DocArea *>(image));
+        return VQXML_documentLoaded(image);
+    };
+    auto reason = []() {
+        auto errs = vqtest::drainErrors();
+        return errs.size() == 1 && errs[0].code == 1001757 ? errs[0].params : std::string("?");
+    };
+    const int32_t live = vqxml::memStats().liveBlocks;
+    EXPECT_EQ(load([](DocArea *d) { d->size += 8; }), 0);
+    EXPECT_EQ(reason(), "size|");
+    EXPECT_EQ(load([](DocArea *d) { d->indexes = 100000; }), 0);
+    EXPECT_EQ(reason(), "size|");
+    EXPECT_EQ(load([](DocArea *d) { vqxml::blockAt(d, 4)->blockSize = 12; }), 0);
+    EXPECT_EQ(reason(), "block size|");
+    EXPECT_EQ(load([&](DocArea *d) { vqxml::handleTable(d)[2] = 12; }), 0);
+    EXPECT_EQ(reason(), "handle table|");
+    EXPECT_EQ(load([&](DocArea *d) { vqxml::handleTable(d)[0] = 12; }), 0);
+    EXPECT_EQ(reason(), "free list|");
+    EXPECT_EQ(load([&](DocArea *d) { d->dbgHandles = 7; }), 0);
+    EXPECT_EQ(reason(), "counters|");
+    EXPECT_EQ(vqxml::memStats().liveBlocks, live) << "refused images are freed";
+    EXPECT_EQ(VQXML_documentLoaded(good.data()), 0) << "not a block of ours";
+    EXPECT_EQ(reason(), "unknown block|");
+    EXPECT_EQ(load([](DocArea *) {}), 1);
+    EXPECT_EQ(vqtest::message(1001757, "size|"), "invalid document area image: size");
+}

@@ -90,6 +90,64 @@ bool growForSlots(int32_t number) {
     return reallocDocumentArea(number, 0) != 0;
 }
 
+// Checks that a loaded image is an area this library could have written:
+// it fits its block, its blocks tile the data region, every used slot names
+// a live block that names it back, the free list runs over free block starts
+// without a cycle, and the counters agree. Returns null or the reason.
+const char *checkAreaImage(const DocArea *a, int64_t blockBytes) {
+    if (blockBytes < 52) return "too short";
+    if (a->indexes < 1 || a->indexes > kMaxIndexes) return "indexes";
+    const int64_t D = dataBytes(a);
+    if (a->size > blockBytes || D < 0) return "size";
+    if (a->size % 4 != 0 || D % 8 != 0) return "alignment";
+    const char *base = reinterpret_cast<const char *>(a) + 48 + 4 * int64_t{a->indexes};
+    const int32_t *table = reinterpret_cast<const int32_t *>(a + 1);
+    auto header = [base](int64_t off) { return reinterpret_cast<const BlockHeader *>(base + off); };
+    // One bit per possible block start (blocks start at 4 + 8k).
+    const size_t bits = static_cast<size_t>(D / 8) + 1;
+    DbgPtr<uint8_t> starts(static_cast<uint8_t *>(dbg_malloc((bits + 7) / 8, "checkArea")));
+    if (starts == nullptr) return "no memory to check it";
+    std::memset(starts.get(), 0, (bits + 7) / 8);
+    auto isStart = [&](int64_t off) {
+        if (off < 4 || off + 8 > D + 4 || (off - 4) % 8 != 0) return false;
+        const size_t k = static_cast<size_t>((off - 4) / 8);
+        return (starts.get()[k / 8] >> (k % 8) & 1) != 0;
+    };
+    // Tiling; live blocks are those their slot names.
+    int64_t off = 4, live = 0, liveBytes = 0, blocks = 0;
+    while (off < D + 4) {
+        if (off + 8 > D + 4) return "block header";
+        const BlockHeader *b = header(off);
+        if (b->blockSize < 8 || b->blockSize % 8 != 0 || off + b->blockSize > D + 4)
+            return "block size";
+        const size_t k = static_cast<size_t>((off - 4) / 8);
+        starts.get()[k / 8] = static_cast<uint8_t>(starts.get()[k / 8] | (1u << (k % 8)));
+        if (b->blockLink > 0 && b->blockLink < a->indexes && table[b->blockLink] == off) {
+            ++live;
+            liveBytes += b->blockSize;
+        }
+        ++blocks;
+        off += b->blockSize;
+    }
+    int64_t used = 0;
+    for (int32_t s = 1; s < a->indexes; ++s) {
+        if (table[s] == 0) continue;
+        ++used;
+        if (!isStart(table[s]) || header(table[s])->blockLink != s) return "handle table";
+    }
+    if (used != live) return "handle table";
+    int64_t steps = 0;
+    for (int64_t f = table[0]; f != 0; f = header(f)->blockLink) {
+        if (!isStart(f) || ++steps > blocks) return "free list";
+        const int32_t link = header(f)->blockLink;
+        if (link > 0 && link < a->indexes && table[link] == f) return "free list";
+    }
+    if (a->dbgHandles != live || a->dbgSize != liveBytes || a->freeoffset != a->indexes - 1 - used ||
+        int64_t{a->freesize} != D - liveBytes)
+        return "counters";
+    return nullptr;
+}
+
 int32_t lowestFreeNumber() {
     for (int32_t n = 1; n <= 254; ++n)
         if (docHead[n] == nullptr) return n;
@@ -396,7 +454,15 @@ extern "C" void VQXML_deleteDocumentAreaRange(int32_t low, int32_t high) {
 extern "C" int VQXML_documentLoaded(void *area) {
     if (area == nullptr) return 0;
     DocArea *a = static_cast<DocArea *>(area);
-    if (a->doc >= 1 && a->doc <= 255 && docHead[a->doc] == nullptr) {
+    const int64_t blockBytes = trackedSize(area);
+    const char *damage = blockBytes < 48 ? "unknown block" : checkAreaImage(a, blockBytes);
+    if (damage != nullptr) {
+        // A damaged image would make every later handle check unsafe: refuse
+        // it like an image for a number in use, and say why.
+        char params[64];
+        std::snprintf(params, sizeof params, "%s|", damage);
+        addVqXmlError(1001757, params);
+    } else if (a->doc >= 1 && a->doc <= 255 && docHead[a->doc] == nullptr) {
         docHead[a->doc] = a;
         dontRealloc[a->doc] = 0;
         a->data = static_cast<char *>(area) + 48 + 4 * int64_t{a->indexes};

@@ -61,6 +61,12 @@ void writeLine(int fd, const char *line) {
 
 }  // namespace
 
+int64_t trackedSize(const void *pointer) {
+    for (const VQXML_DbgMem *r = allocatedMem; r != nullptr; r = r->next)
+        if (r->addr == pointer) return static_cast<uint32_t>(r->size);
+    return -1;
+}
+
 MemStats memStats() { return {allocCount, allocSize, maxAllocSize, liveBlocks}; }
 
 void failAllocAt(int64_t n, bool sticky) {

@@ -33,6 +33,10 @@ struct MemStats {
 };
 MemStats memStats();
 
+// Size of a block taken with dbg_malloc, or -1 when the list does not
+// know the pointer.
+int64_t trackedSize(const void *pointer);
+
 // Test hook: the n-th dbg_malloc from now on (1 = the next one) fails, and
 // so does every one after it while `sticky` is set. 0 switches it off.
 // Not exported from the shared library.
