@@ -1,0 +1,294 @@
+// bench.cpp - parse and print speed and peak memory of libvqxml, side by
+// side with two peer libraries, on generated corpora (1 MB and 32 MB of each
+// shape), on two XML files that ship with Debian, and on any file named on
+// the command line.
+//
+//   vqxml_bench                 the full table
+//   vqxml_bench --quick         1 MB corpora only, fewer runs
+//   vqxml_bench FILE...         only the given files
+//   vqxml_bench --runs N ...    N timed runs per figure (median reported)
+//
+// Parse speed is input megabytes per second to a complete tree (the tree is
+// freed after every run, outside the timing); print speed is input megabytes
+// per second to a compact serialization in memory; memory is the growth of
+// the peak resident set during one parse in a fresh child process, divided
+// by the input size.
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <pugixml.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "corpus.h"
+#include "vqxml/vqxml.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Figures {
+    double parseMBs = 0, printMBs = 0, rssRatio = 0, parseSeconds = 0;
+    bool ok = true;
+};
+
+// One library under test: parse into a tree, print the tree, free it.
+struct Library {
+    const char *name;
+    std::function<void *(const std::string &)> parse;
+    std::function<size_t(void *)> print;
+    std::function<void(void *)> release;
+};
+
+double median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    return v[v.size() / 2];
+}
+
+long statusKb(const char *key) {
+    std::ifstream in("/proc/self/status");
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind(key, 0) == 0) return std::atol(line.c_str() + std::strlen(key));
+    return 0;
+}
+
+// Peak resident growth of one parse, measured in a child so that no earlier
+// run's heap is reused.
+double peakGrowth(const Library &lib, const std::string &text) {
+    int fds[2];
+    if (pipe(fds) != 0) return 0;
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(fds[0]);
+        {
+            std::ofstream clear("/proc/self/clear_refs");
+            clear << "5";
+        }
+        long before = statusKb("VmRSS:");
+        void *tree = lib.parse(text);
+        long peak = statusKb("VmHWM:");
+        double growth = static_cast<double>(peak - before) * 1024.0;
+        if (tree == nullptr) growth = -1;
+        ssize_t w = write(fds[1], &growth, sizeof growth);
+        _exit(w == sizeof growth ? 0 : 1);
+    }
+    close(fds[1]);
+    double growth = 0;
+    if (read(fds[0], &growth, sizeof growth) != sizeof growth) growth = 0;
+    close(fds[0]);
+    int status;
+    waitpid(pid, &status, 0);
+    return growth / static_cast<double>(text.size());
+}
+
+Figures measure(const Library &lib, const std::string &text, int runs) {
+    Figures f;
+    const double mb = static_cast<double>(text.size()) / 1e6;
+    std::vector<double> parseTimes, printTimes;
+    for (int r = 0; r < runs; ++r) {
+        auto t0 = Clock::now();
+        void *tree = lib.parse(text);
+        auto t1 = Clock::now();
+        if (tree == nullptr) {
+            f.ok = false;
+            return f;
+        }
+        parseTimes.push_back(std::chrono::duration<double>(t1 - t0).count());
+        t0 = Clock::now();
+        size_t printed = lib.print(tree);
+        t1 = Clock::now();
+        if (printed == 0) f.ok = false;
+        printTimes.push_back(std::chrono::duration<double>(t1 - t0).count());
+        lib.release(tree);
+    }
+    f.parseSeconds = median(parseTimes);
+    f.parseMBs = mb / f.parseSeconds;
+    f.printMBs = mb / median(printTimes);
+    f.rssRatio = peakGrowth(lib, text);
+    return f;
+}
+
+// ---- the three libraries -------------------------------------------------
+
+std::vector<char> printBuffer;
+
+void *vqParse(const std::string &text) {
+    VQHANDLE doc = VQXML_parse(text.c_str());
+    if (doc == 0) {
+        char params[256], msg[512];
+        int64_t code = VQXML_getError(params);
+        VQXML_getErrorMsg(code, params, msg, sizeof msg);
+        std::fprintf(stderr, "vqxml: %s\n", msg);
+    }
+    return reinterpret_cast<void *>(static_cast<uintptr_t>(doc));
+}
+size_t vqPrint(void *tree) {
+    auto doc = static_cast<VQHANDLE>(reinterpret_cast<uintptr_t>(tree));
+    int32_t need = VQXML_printNode(doc, printBuffer.data(), static_cast<int32_t>(printBuffer.size()));
+    if (need >= static_cast<int32_t>(printBuffer.size())) {
+        printBuffer.resize(static_cast<size_t>(need) + 1);
+        need = VQXML_printNode(doc, printBuffer.data(), static_cast<int32_t>(printBuffer.size()));
+    }
+    return static_cast<size_t>(need);
+}
+void vqRelease(void *tree) {
+    VQXML_deleteDocumentArea(static_cast<VQHANDLE>(reinterpret_cast<uintptr_t>(tree)));
+}
+
+const int kXmlOptions = XML_PARSE_NOENT | XML_PARSE_DTDATTR | XML_PARSE_HUGE | XML_PARSE_NONET;
+void *x2Parse(const std::string &text) {
+    return xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, kXmlOptions);
+}
+size_t x2Print(void *tree) {
+    xmlChar *mem = nullptr;
+    int size = 0;
+    xmlDocDumpMemory(static_cast<xmlDocPtr>(tree), &mem, &size);
+    xmlFree(mem);
+    return static_cast<size_t>(size);
+}
+void x2Release(void *tree) { xmlFreeDoc(static_cast<xmlDocPtr>(tree)); }
+
+struct StringWriter : pugi::xml_writer {
+    std::string out;
+    void write(const void *data, size_t size) override {
+        out.append(static_cast<const char *>(data), size);
+    }
+};
+void *pgParse(const std::string &text) {
+    auto *doc = new pugi::xml_document;
+    if (!doc->load_buffer(text.data(), text.size(), pugi::parse_default)) {
+        delete doc;
+        return nullptr;
+    }
+    return doc;
+}
+size_t pgPrint(void *tree) {
+    StringWriter w;
+    w.out.reserve(1 << 20);
+    static_cast<pugi::xml_document *>(tree)->save(w, "", pugi::format_raw);
+    return w.out.size();
+}
+void pgRelease(void *tree) { delete static_cast<pugi::xml_document *>(tree); }
+
+// ---- report ----------------------------------------------------------------
+
+std::string readFile(const std::string &path, bool *ok) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    *ok = static_cast<bool>(in) || in.eof();
+    return ss.str();
+}
+
+void header() {
+    std::printf("%-22s %8s | %-8s %9s %9s %7s | %8s %8s %8s %8s\n", "corpus", "MB", "library",
+                "parse", "print", "RSS/MB", "parse/x2", "parse/pg", "print/x2", "RSS/x2");
+    std::printf("%s\n", std::string(118, '-').c_str());
+}
+
+struct Row {
+    std::string name;
+    size_t bytes;
+    Figures vq, x2, pg;
+};
+
+void report(const Row &r) {
+    const double mb = static_cast<double>(r.bytes) / 1e6;
+    auto line = [&](const char *lib, const Figures &f, bool ratios) {
+        if (!f.ok) {
+            std::printf("%-22s %8.2f | %-8s   failed\n", r.name.c_str(), mb, lib);
+            return;
+        }
+        std::printf("%-22s %8.2f | %-8s %9.1f %9.1f %7.2f |", r.name.c_str(), mb, lib, f.parseMBs,
+                    f.printMBs, f.rssRatio);
+        if (ratios)
+            std::printf(" %8.2f %8.2f %8.2f %8.2f", f.parseMBs / r.x2.parseMBs,
+                        f.parseMBs / r.pg.parseMBs, f.printMBs / r.x2.printMBs,
+                        r.x2.rssRatio > 0 ? f.rssRatio / r.x2.rssRatio : 0.0);
+        std::printf("\n");
+    };
+    line("vqxml", r.vq, r.x2.ok && r.pg.ok && r.vq.ok);
+    line("libxml2", r.x2, false);
+    line("pugixml", r.pg, false);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    int runs = 0;
+    bool quick = false;
+    std::vector<std::string> files;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--quick") == 0)
+            quick = true;
+        else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
+            runs = std::atoi(argv[++i]);
+        else
+            files.push_back(argv[i]);
+    }
+    VQXML_xmlInit();
+    xmlInitParser();
+    printBuffer.resize(1 << 20);
+    const Library libs[] = {{"vqxml", vqParse, vqPrint, vqRelease},
+                            {"libxml2", x2Parse, x2Print, x2Release},
+                            {"pugixml", pgParse, pgPrint, pgRelease}};
+
+    std::vector<bench::Corpus> inputs;
+    if (files.empty()) {
+        for (auto &c : bench::generated(1u << 20, "-1MB")) inputs.push_back(std::move(c));
+        if (!quick)
+            for (auto &c : bench::generated(32u << 20, "-32MB")) inputs.push_back(std::move(c));
+        files = {"/usr/share/mime/packages/freedesktop.org.xml",
+                 "/usr/share/xml/iso-codes/iso_639-3.xml"};
+    }
+    for (const auto &path : files) {
+        bool ok = false;
+        std::string text = readFile(path, &ok);
+        if (!ok || text.empty()) {
+            std::fprintf(stderr, "cannot read %s\n", path.c_str());
+            continue;
+        }
+        std::string name = path.substr(path.find_last_of('/') + 1);
+        inputs.push_back({name, std::move(text)});
+    }
+
+    header();
+    std::vector<Row> rows;
+    for (const auto &in : inputs) {
+        const int n = runs > 0 ? runs : (in.text.size() > (8u << 20) ? 5 : (quick ? 7 : 15));
+        Row r{in.name, in.text.size(), measure(libs[0], in.text, n), measure(libs[1], in.text, n),
+              measure(libs[2], in.text, n)};
+        report(r);
+        rows.push_back(r);
+        std::fflush(stdout);
+    }
+
+    // Linearity: 32 MB against 1 MB of the same shape.
+    bool printedHead = false;
+    for (const auto &big : rows) {
+        auto at = big.name.find("-32MB");
+        if (at == std::string::npos) continue;
+        std::string smallName = big.name.substr(0, at) + "-1MB";
+        for (const auto &small : rows) {
+            if (small.name != smallName || !small.vq.ok || !big.vq.ok) continue;
+            if (!printedHead) std::printf("\n%-22s %s\n", "shape", "time(32MB)/time(1MB), vqxml");
+            printedHead = true;
+            std::printf("%-22s %.1f\n", big.name.substr(0, at).c_str(),
+                        big.vq.parseSeconds / small.vq.parseSeconds);
+        }
+    }
+    xmlCleanupParser();
+    VQXML_xmlCleanup();
+    return 0;
+}
