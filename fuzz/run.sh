@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# run.sh [SECONDS] [TARGET...] - builds the fuzz targets (clang, libFuzzer,
+# AddressSanitizer, UBSan) and runs each for SECONDS (default 60) on a copy of
+# its seed corpus. Findings are written to fuzz/findings/; the script fails
+# when any target finds something.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+seconds=${1:-60}
+shift || true
+targets=("$@")
+[ ${#targets[@]} -gt 0 ] || targets=(parse fragment checkname xtoken dom)
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz -j2 >/dev/null
+mkdir -p fuzz/findings
+status=0
+for t in "${targets[@]}"; do
+  work=$(mktemp -d)
+  cp -r "fuzz/corpus/$t/." "$work/"
+  echo "fuzz_$t: ${seconds}s"
+  if ! "build-fuzz/fuzz/fuzz_$t" "$work" -max_total_time="$seconds" -max_len=4096 \
+       -rss_limit_mb=4096 -timeout=10 -print_final_stats=1 \
+       -artifact_prefix="fuzz/findings/$t-" 2>"$work.log"; then
+    echo "fuzz_$t FOUND A PROBLEM:"; tail -40 "$work.log"; status=1
+  fi
+  grep -E '^stat::number_of_executed_units|^stat::peak_rss_mb' "$work.log" | sed "s/^/  /" || true
+  rm -rf "$work" "$work.log"
+done
+exit $status
