@@ -32,6 +32,7 @@ struct Source {
     VQHANDLE doctype;        // entity lookups; 0 switches expansion off
     uint16_t awaited;        // closing quotation mark awaited, 0 = none
     int32_t delimiterSeen;   // the awaited mark was read at this level
+    int32_t entitySource;    // counted among the entity sources alive at once
 };
 
 extern "C" {

@@ -1,0 +1,496 @@
+// source.cpp - input sources: the record that reads a NUL-terminated text
+// one byte at a time for the parser, with line counting, CR/LF folding, an
+// awaited closing quotation mark, look-ahead, and the transparent expansion
+// of parameter-entity and character references inside entity text; also the
+// Entity node constructor and the two functions that record parse messages.
+//
+// A source whose doctype is 0 never expands anything: getNextCh then costs
+// a NUL test, one store and the line/CR checks per byte, and everything to
+// do with expansions stays out of line.
+#include "vqxml/parser/source.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "vqxml/dom/dom.h"
+#include "vqxml/model/trace.h"
+#include "vqxml/parser/chars.h"
+#include "vqxml/parser/parser.h"
+#include "vqxml/store/area.h"
+#include "vqxml/store/error_list.h"
+#include "vqxml/store/memdiag.h"
+#include "vqxml/store/node.h"
+
+namespace {
+
+using vqxml::kClassNameStart;
+using vqxml::kClassSpace;
+
+// Parse message codes raised at this level.
+constexpr int64_t kNotSameEntity = 1939;  // bare on purpose: renders as "error 1939"
+constexpr int64_t kSemicolonExpected = 1001906;
+constexpr int64_t kNameStartIllegal = 1001911;
+constexpr int64_t kPeNameExpected = 1001935;
+constexpr int64_t kPeUndefined = 1001936;
+constexpr int64_t kPeIllegalHere = 1001937;
+
+// Bounds on entity expansion. Entity sources nest (the reader expands
+// references inside entity text recursively, and the DTD parser opens a
+// source per parameter-entity reference it meets), so an entity that names
+// itself, directly or through others, would never end, and one that names
+// others many times could multiply its text without limit. Beyond either
+// bound a new entity source is refused with 1001937: the reader then reads
+// the reference as plain text. The byte count starts again whenever no
+// entity source is open.
+constexpr int32_t kMaxOpenEntitySources = 64;
+constexpr int64_t kMaxExpandedBytes = int64_t{64} << 20;
+int32_t openEntitySources = 0;
+int64_t expandedBytes = 0;
+
+bool expansionAllowed(int64_t textLength) {
+    return openEntitySources < kMaxOpenEntitySources && expandedBytes + textLength <= kMaxExpandedBytes;
+}
+
+// Text of a source that has none (external entities are never fetched).
+constexpr char kNoText[] = "";
+
+void freeTraced(void *block, const char *function) {
+    if (block == nullptr) return;
+    VQXML_TRACE(2, "VQXML free   - (%s) addr: 0x%p", function, block);
+    dbg_free(block);
+}
+
+// A cleared record: line 1, no text, no expansions. `function` names the
+// allocation in the trace.
+Source *newSourceRecord(const char *function) {
+    auto *s = static_cast<Source *>(dbg_malloc(sizeof(Source), "source"));
+    VQXML_TRACE(2, "VQXML malloc - (%s) addr: 0x%p, (len: %zu)", function,
+                static_cast<void *>(s), sizeof(Source));
+    if (s == nullptr) {
+        errorAlloc("Source", sizeof(Source));
+        return nullptr;
+    }
+    std::memset(static_cast<void *>(s), 0, sizeof(Source));
+    s->cursor = kNoText;
+    s->line = 1;
+    return s;
+}
+
+inline unsigned byteAt(const char *p) { return static_cast<unsigned char>(*p); }
+inline bool asciiSpace(unsigned c) { return c < 128 && (chType[c] & kClassSpace); }
+
+// The character `c`, just read at this level, becomes the current one.
+inline int takeChar(Source *s, unsigned c) {
+    if (c == '\n') ++s->line;
+    if (s->awaited != 0 && c == s->awaited) {
+        s->delimiterSeen = 1;
+        s->awaited = 0;
+    }
+    if (c == '\r') {
+        // CR LF is one line end; a lone CR becomes LF without counting a
+        // line (callers' line numbers depend on this asymmetry).
+        c = '\n';
+        if (*s->cursor == '\n') {
+            ++s->line;
+            ++s->cursor;
+        }
+    }
+    s->current = static_cast<uint16_t>(c);
+    return static_cast<int>(c);
+}
+
+Expansion *expansionAt(const Source *s, const char *position) {
+    for (Expansion *x = s->expansions; x != nullptr; x = x->next)
+        if (x->start == position) return x;
+    return nullptr;
+}
+
+// Look-ahead may have started expansions further on before this one, so
+// the finished record is not necessarily the head of the chain.
+void unlinkExpansion(Source *s, Expansion *x) {
+    for (Expansion **link = &s->expansions; *link != nullptr; link = &(*link)->next) {
+        if (*link == x) {
+            *link = x->next;
+            return;
+        }
+    }
+}
+
+// Delivers the next character from an expansion that starts at the cursor,
+// dropping expansions that have run dry. Returns the character, or 0 when
+// no expansion starts at the (possibly moved) cursor.
+int readExpansions(Source *s) {
+    for (;;) {
+        Expansion *x = expansionAt(s, s->cursor);
+        if (x == nullptr) x = checkEntity(s, s->cursor);
+        if (x == nullptr) return 0;
+        Source *child = x->child;
+        const unsigned c = child->current;
+        s->current = static_cast<uint16_t>(c);
+        if (child->delimiterSeen) {
+            child->delimiterSeen = 0;
+            s->delimiterSeen = 1;
+        }
+        getNextCh(child);
+        if (c != 0) return static_cast<int>(c);
+        s->cursor = x->resume;
+        unlinkExpansion(s, x);
+        deleteSource(child);
+        freeTraced(x, "getNextCh");
+    }
+}
+
+// Look-ahead from `position` in the text of `s`: the character `skip`
+// characters on, expansions included. Returns -1, with `skip` reduced by
+// what was passed, when the text ends first.
+int peekFrom(Source *s, const char *position, int &skip) {
+    const bool expanding = s->doctype != 0 && validHandle(s->doctype);
+    for (const char *p = position;;) {
+        if (expanding) {
+            Expansion *x = expansionAt(s, p);
+            if (x == nullptr) x = checkEntity(s, p);
+            if (x != nullptr) {
+                Source *child = x->child;
+                if (child->current != 0) {
+                    if (skip == 0) return child->current;
+                    --skip;
+                    const int c = peekFrom(child, child->cursor, skip);
+                    if (c >= 0) return c;
+                }
+                p = x->resume;
+                continue;
+            }
+        }
+        const unsigned c = byteAt(p);
+        if (c == 0) return -1;
+        if (skip == 0) return static_cast<int>(c);
+        --skip;
+        ++p;
+    }
+}
+
+int digitValue(unsigned c, unsigned base) {
+    if (c >= '0' && c <= '9') return static_cast<int>(c - '0');
+    if (base == 16 && c >= 'a' && c <= 'f') return static_cast<int>(c - 'a' + 10);
+    if (base == 16 && c >= 'A' && c <= 'F') return static_cast<int>(c - 'A' + 10);
+    return -1;
+}
+
+// The child source of a character reference: one byte, the value's low
+// eight bits. `end` receives the byte behind the digits.
+Source *charReferenceChild(Source *s, const char *position, const char **end) {
+    const char *p = position + 2;
+    unsigned base = 10;
+    if (*p == 'x') {
+        base = 16;
+        ++p;
+    }
+    uint32_t value = 0;
+    for (int d; (d = digitValue(byteAt(p), base)) >= 0; ++p) value = value * base + static_cast<uint32_t>(d);
+    *end = p;
+
+    auto *text = static_cast<char *>(dbg_malloc(2, "checkEntity_1"));
+    VQXML_TRACE(2, "VQXML malloc - (checkEntity) addr: 0x%p, (len: %zu)", static_cast<void *>(text),
+                size_t{2});
+    if (text == nullptr) {
+        errorAlloc("checkEntity_1", 2);
+        return nullptr;
+    }
+    text[0] = static_cast<char>(value & 0xff);
+    text[1] = '\0';
+    Source *child = allocSource(text, 1, s->document);
+    if (child == nullptr) return nullptr;
+    child->line = s->line;
+    // The child reports under its parent's name; without memory for the
+    // copy it keeps the empty one.
+    if (char *name = newString(s->name); name != nullptr) {
+        dbg_free(child->name);
+        child->name = name;
+    }
+    return child;
+}
+
+// The child source of a parameter-entity reference; null (with the message
+// recorded) when the reference is not one. `end` receives the byte behind
+// the name.
+Source *paramReferenceChild(Source *s, const char *position, const char **end) {
+    const unsigned first = byteAt(position + 1);
+    if (asciiSpace(first)) return nullptr;  // "% " as in a declaration
+    if (first < 128 && !(chType[first] & kClassNameStart)) {
+        addParseError(s->line, kPeNameExpected, nullptr);
+        return nullptr;
+    }
+    const char *p = position + 1;
+    while (vqxml::nameChar(byteAt(p))) ++p;  // stops at the NUL at the latest
+    *end = p;
+
+    const size_t length = static_cast<size_t>(p - (position + 1));
+    char shortName[256];
+    vqxml::DbgPtr<char> longName;
+    char *name = shortName;
+    if (length >= sizeof shortName) {
+        longName.reset(static_cast<char *>(dbg_malloc(length + 1, "checkEntity")));
+        if (longName == nullptr) {
+            errorAlloc("checkEntity", static_cast<int64_t>(length + 1));
+            return nullptr;
+        }
+        name = longName.get();
+    }
+    std::memcpy(name, position + 1, length);
+    name[length] = '\0';
+
+    const VQHANDLE entity = findEntityStr(s->doctype, name);
+    if (!vqxml::liveHandle(entity)) {
+        addParseError(s->line, kPeUndefined, name);
+        return nullptr;
+    }
+    if (!expansionAllowed(VQDOM_lenDS(vqxml::rec<Entity>(entity)->value))) {
+        addParseError(s->line, kPeIllegalHere, name);
+        return nullptr;
+    }
+    return allocSourceEntity(entity, s->document);
+}
+
+// Reads the version information, "encoding = literal" and "?>" of an
+// external entity's text declaration; the values are dropped.
+bool skipTextDecl(Source *s) {
+    auto skipSpaces = [s] {
+        while (asciiSpace(s->current)) getNextCh(s);
+    };
+    for (int i = 0; i < 5; ++i) getNextCh(s);
+    skipSpaces();
+    if (s->current == 'v') {
+        const VQHANDLE version = parseVersionInfo(s);  // "version", "=" and the literal
+        if (version == 0) return false;
+        VQDOM_deleteDS(version);
+    }
+    skipSpaces();
+    if (s->current == 'e') {
+        if (!parseWordEqual(s, "encoding")) return false;
+        const VQHANDLE encoding = parseEncodingDecl(s);
+        if (encoding == 0) return false;
+        VQDOM_deleteDS(encoding);
+    }
+    skipSpaces();
+    return parseWordErr(s, "?>") != 0;
+}
+
+}  // namespace
+
+extern "C" char *dsToString(VQHANDLE ds) {
+    const size_t size = static_cast<size_t>(VQDOM_lenDS(ds)) + 1;
+    auto *copy = static_cast<char *>(dbg_malloc(size, "dsToString"));
+    VQXML_TRACE(2, "VQXML malloc - (dsToString) addr: 0x%p, (len: %d)", static_cast<void *>(copy),
+                static_cast<int>(size));
+    if (copy != nullptr) VQDOM_cpyDS(ds, copy, static_cast<int64_t>(size));
+    return copy;
+}
+
+extern "C" Source *allocSource(char *text, int ownsText, VQHANDLE document) {
+    Source *s = newSourceRecord("allocSource");
+    char *name = s != nullptr ? newString("") : nullptr;
+    if (name == nullptr) {
+        if (s != nullptr) {
+            errorAlloc("Source", sizeof(Source));
+            freeTraced(s, "allocSource");
+        }
+        if (ownsText) freeTraced(text, "allocSource");
+        return nullptr;
+    }
+    s->text = text;
+    s->cursor = text != nullptr ? text : kNoText;
+    s->name = name;
+    s->ownsText = ownsText;
+    s->document = document;
+    getNextCh(s);
+    return s;
+}
+
+extern "C" Source *allocSourceEntity(VQHANDLE entity, VQHANDLE document) {
+    if (!validHandle(entity)) return nullptr;
+    const Node *head = vqxml::liveNode(entity);
+    if (head == nullptr) return nullptr;
+    if (head->nodeType != VQXML_ENTITY_NODE) {
+        toPEntity(entity);  // records the type mismatch
+        return nullptr;
+    }
+    const Entity *e = vqxml::rec<Entity>(entity);
+    const VQHANDLE externalId = e->externalID;
+    const VQHANDLE value = e->value;
+    const int32_t line = e->line;
+
+    // The entity's document type: it decides which references the text may
+    // name.
+    VQHANDLE doctype = head->parentNode;
+    while (vqxml::liveHandle(doctype) && vqxml::node(doctype)->nodeType != VQXML_DOCUMENT_TYPE_NODE)
+        doctype = vqxml::node(doctype)->parentNode;
+    if (!vqxml::liveHandle(doctype)) doctype = 0;
+
+    const bool hasExternalId = externalId != 0 && validHandle(externalId);
+    const int64_t textLength = hasExternalId ? 0 : VQDOM_lenDS(value);
+    if (!expansionAllowed(textLength)) {
+        char name[256];
+        VQDOM_cpyDS(head->nodeName, name, sizeof name);
+        addParseError(line, kPeIllegalHere, name);
+        return nullptr;
+    }
+
+    Source *s = newSourceRecord("newString");
+    if (s == nullptr) return nullptr;
+    s->entitySource = 1;
+    ++openEntitySources;
+    expandedBytes += textLength;
+    if (hasExternalId) {
+        // External text is never fetched: the source is at its end at once,
+        // and only the system literal is kept, to name it.
+        VQHANDLE systemId = 0;
+        if (vqxml::liveNode(externalId, sizeof(ExternalID)) != nullptr)
+            systemId = vqxml::rec<ExternalID>(externalId)->systemId;
+        s->name = vqxml::liveHandle(systemId) ? dsToString(systemId) : newString("");
+        s->external = 1;
+    } else {
+        s->name = newString("");
+        s->text = vqxml::liveHandle(value) ? dsToString(value) : newString("");
+        s->cursor = s->text != nullptr ? s->text : kNoText;
+        s->external = externalId != 0 ? 1 : 0;
+        s->line = line;
+    }
+    s->ownsText = 1;
+    s->document = document;
+    s->doctype = doctype;
+    if (s->name == nullptr || (!hasExternalId && s->text == nullptr)) {
+        errorAlloc("Source", sizeof(Source));
+        deleteSource(s);
+        return nullptr;
+    }
+    getNextCh(s);
+    if (hasExternalId && startXMLDecl(s) && !skipTextDecl(s)) {
+        deleteSource(s);
+        return nullptr;
+    }
+    return s;
+}
+
+extern "C" void deleteSource(Source *source) {
+    if (source == nullptr) return;
+    // Expansions still in progress (a parse that stopped early, or records
+    // that look-ahead made) go with their children.
+    for (Expansion *x = source->expansions; x != nullptr;) {
+        Expansion *next = x->next;
+        deleteSource(x->child);
+        freeTraced(x, "deleteSource");
+        x = next;
+    }
+    source->expansions = nullptr;
+    if (source->entitySource && --openEntitySources == 0) expandedBytes = 0;
+    if (source->ownsText) freeTraced(source->text, "deleteSource");
+    freeTraced(source->name, "deleteSource");
+    freeTraced(source, "deleteSource");
+}
+
+extern "C" int getNextCh(Source *source) {
+    if (source == nullptr) return 0;
+    unsigned c = byteAt(source->cursor);
+    if (c == 0) {
+        source->current = 0;  // the cursor stays: end of input is sticky
+        return 0;
+    }
+    if (source->doctype != 0 && validHandle(source->doctype)) {
+        if (const int expanded = readExpansions(source); expanded != 0) return expanded;
+        // A finished expansion may have moved the cursor. A LF found there
+        // still counts its line, since lines are counted as characters
+        // become current (takeChar).
+        c = byteAt(source->cursor);
+        if (c == 0) {
+            // The text ended right behind a reference; the cursor stays on
+            // the NUL so that the end remains sticky.
+            source->current = 0;
+            if (source->awaited != 0) addParseError(source->line, kNotSameEntity, nullptr);
+            return 0;
+        }
+    }
+    ++source->cursor;
+    return takeChar(source, c);
+}
+
+extern "C" int getNthCh(Source *source, int n) {
+    if (source == nullptr) return 0;
+    if (n < 2) return source->current;
+    int skip = n - 2;
+    const int c = peekFrom(source, source->cursor, skip);
+    return c < 0 ? 0 : c;
+}
+
+extern "C" Expansion *checkEntity(Source *source, const char *position) {
+    if (source == nullptr || position == nullptr) return nullptr;
+    const char *end = nullptr;
+    Source *child = nullptr;
+    if (position[0] == '%') {
+        child = paramReferenceChild(source, position, &end);
+    } else if (position[0] == '&' && position[1] == '#') {
+        child = charReferenceChild(source, position, &end);
+    }
+    if (child == nullptr) return nullptr;
+    if (*end != ';') {
+        addParseError(source->line, kSemicolonExpected, nullptr);
+        deleteSource(child);
+        return nullptr;
+    }
+    auto *x = static_cast<Expansion *>(dbg_malloc(sizeof(Expansion), "checkEntity_2"));
+    VQXML_TRACE(2, "VQXML malloc - (checkEntity) addr: 0x%p, (len: %zu)", static_cast<void *>(x),
+                sizeof(Expansion));
+    if (x == nullptr) {
+        errorAlloc("checkEntity_2", sizeof(Expansion));
+        deleteSource(child);
+        return nullptr;
+    }
+    *x = Expansion{position, end + 1, child, nullptr};
+    Expansion **tail = &source->expansions;
+    while (*tail != nullptr) tail = &(*tail)->next;
+    *tail = x;
+    return x;
+}
+
+extern "C" VQHANDLE createEntity(VQHANDLE document, int flag, VQHANDLE name) {
+    const VQHANDLE entity = allocNode(document, VQXML_ENTITY_NODE, name);
+    if (entity == 0) return 0;
+    Entity *e = vqxml::rec<Entity>(entity);
+    e->externalID = 0;
+    e->notationName = 0;
+    e->value = 0;
+    e->kind = static_cast<uint32_t>(flag);
+    return entity;
+}
+
+extern "C" int checkNameStart(Source *source) {
+    if (source == nullptr) return 0;
+    const unsigned c = source->current;
+    if (c > 127 || (chType[c] & kClassNameStart)) return 1;
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%x", c);
+    addParseError(source->line, kNameStartIllegal, text);
+    return 0;
+}
+
+extern "C" void addParseError(int32_t line, int64_t code, char *argument) {
+    char text[256];
+    const int prefix = std::snprintf(text, sizeof text, "%d|", line);
+    if (argument != nullptr) {
+        // The record holds 256 bytes with the closing '|' and NUL.
+        const size_t room = 254 - static_cast<size_t>(prefix);
+        size_t length = strnlen(argument, room + 1);
+        if (length > room) {
+            argument[room] = '\0';
+            length = room;
+        }
+        std::memcpy(text + prefix, argument, length);
+        text[static_cast<size_t>(prefix) + length] = '\0';
+    }
+    addVqXmlError(code, text);
+}
+
+extern "C" void addParseErrorDS(Source *source, int64_t code, VQHANDLE ds) {
+    char text[256];
+    VQDOM_cpyDS(ds, text, sizeof text);
+    addParseError(source != nullptr ? source->line : 0, code, text);
+}
