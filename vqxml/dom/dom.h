@@ -33,4 +33,6 @@ VQXML_API int getNormalValue(VQHANDLE attribute, int cdata);
 
 }  // extern "C"
 
+#include "vqxml/store/node.h"  // vqxml::liveNode
+
 #endif  // VQXML_DOM_DOM_H

@@ -168,6 +168,18 @@ inline Node *node(VQHANDLE h) { return static_cast<Node *>(payload(h)); }
 template <typename T>
 inline T *rec(VQHANDLE h) { return static_cast<T *>(payload(h)); }
 
+// The record of a live handle whose block holds at least `bytes` payload
+// bytes (a whole node head by default), else null; records nothing. Guards
+// field reads through handles that name something smaller than a node, such
+// as a string or a map handed in where a node was expected.
+inline Node *liveNode(VQHANDLE h, int32_t bytes = sizeof(Node)) {
+    if (!liveHandle(h)) return nullptr;
+    auto *record = static_cast<char *>(payload(h));
+    const auto *header = reinterpret_cast<const BlockHeader *>(record - sizeof(BlockHeader));
+    if (header->blockSize - static_cast<int32_t>(sizeof(BlockHeader)) < bytes) return nullptr;
+    return reinterpret_cast<Node *>(record);
+}
+
 // Node type of a live handle, 0 for anything else; records nothing.
 inline int nodeTypeOf(VQHANDLE h) { return liveHandle(h) ? node(h)->nodeType : 0; }
 
