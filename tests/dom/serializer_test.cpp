@@ -1,0 +1,370 @@
+// serializer_test.cpp - compact printing: the bytes of every node kind, the
+// fit rules of a short buffer, odd handles and very deep trees.
+#include <string>
+#include <vector>
+
+#include "support/test_util.h"
+#include "vqxml/dom/dom.h"
+#include "vqxml/dom/printer.h"
+#include "vqxml/store/node.h"
+
+namespace {
+
+using vqtest::drainErrors;
+using vqtest::Err;
+
+// Builds trees in one document with the DOM functions; declaration fields
+// that only the DTD parser sets are written straight into the records.
+class Serializer : public vqtest::LibraryTest {
+protected:
+    void SetUp() override {
+        LibraryTest::SetUp();
+        doc = VQDOM_createDocument();
+        ASSERT_NE(doc, 0u);
+    }
+
+    VQHANDLE s(const char *text) { return vqtest::ds(doc, text); }
+    VQHANDLE el(const char *name) { return VQDOM_createElement(doc, s(name)); }
+    VQHANDLE text(const char *t) { return VQDOM_createTextNode(doc, s(t)); }
+    VQHANDLE ref(const char *name) { return VQDOM_createEntityReference(doc, s(name)); }
+    VQHANDLE add(VQHANDLE parent, VQHANDLE child) {
+        EXPECT_EQ(VQDOM_appendChild(parent, child), child);
+        return child;
+    }
+    void attr(VQHANDLE e, const char *name, const char *value) {
+        VQDOM_setAttribute(e, s(name), s(value));
+    }
+
+    // Strings are made before a record is resolved: making one may move
+    // the area.
+    VQHANDLE sOr0(const char *text) { return text ? s(text) : 0; }
+    VQHANDLE externalId(const char *pub, const char *sys) {
+        const VQHANDLE id = createExternalID(doc), p = sOr0(pub), y = sOr0(sys);
+        auto *x = vqxml::rec<ExternalID>(id);
+        x->publicId = p;
+        x->systemId = y;
+        return id;
+    }
+    VQHANDLE entity(const char *name, const char *value, uint32_t kind = 0) {
+        const VQHANDLE e = allocNode(doc, 6, s(name)), v = sOr0(value);
+        vqxml::rec<Entity>(e)->value = v;
+        vqxml::rec<Entity>(e)->kind = kind;
+        return e;
+    }
+    // A content particle: separator 0 with a name is a leaf.
+    VQHANDLE cp(uint8_t separator, char occurrence = 0, const char *name = nullptr) {
+        const VQHANDLE p = createCpChildren(doc), n = sOr0(name);
+        auto *r = vqxml::rec<CpChildren>(p);
+        r->separator = separator;
+        r->occurrence = static_cast<uint8_t>(occurrence);
+        r->node.nodeName = n;
+        return p;
+    }
+    VQHANDLE attDef(const char *name, uint16_t type, uint16_t kind, const char *deflt = nullptr) {
+        const VQHANDLE d = createAttDef(doc, s(name));
+        vqxml::rec<AttDef>(d)->attType = type;
+        vqxml::rec<AttDef>(d)->defaultKind = kind;
+        if (deflt != nullptr) {
+            const VQHANDLE a = VQDOM_createAttribute(doc, s(name));
+            VQDOM_setNodeValue(a, s(deflt));
+            EXPECT_EQ(VQDOM_setNamedItem(vqxml::node(d)->attributes, a), 0u);
+        }
+        return d;
+    }
+
+    // The full text of a node, checked to fit exactly and to be terminated.
+    std::string print(VQHANDLE n) {
+        const int32_t len = VQXML_printNode(n, nullptr, 0);
+        std::string buf(static_cast<size_t>(len) + 1, '\x7f');
+        EXPECT_EQ(VQXML_printNode(n, buf.data(), len + 1), len);
+        EXPECT_EQ(buf[static_cast<size_t>(len)], '\0');
+        return buf.substr(0, static_cast<size_t>(len));
+    }
+    // What a buffer of `size` bytes holds after printing (sentinel 0x7f).
+    std::string printInto(VQHANDLE n, int32_t size, int32_t expectResult) {
+        std::string buf(static_cast<size_t>(size), '\x7f');
+        EXPECT_EQ(VQXML_printNode(n, buf.data(), size), expectResult);
+        return buf;
+    }
+
+    VQHANDLE doc = 0;
+};
+
+TEST_F(Serializer, ElementsAttributesAndText) {
+    const VQHANDLE x = el("x");
+    attr(x, "a", "1");
+    EXPECT_EQ(print(x), "<x a=\"1\"/>");
+
+    // Text escapes five characters; attribute values also tab, LF and CR.
+    const VQHANDLE e = el("e");
+    attr(e, "t", "a\tb\nc\rd<&\"'>");
+    attr(e, "u", "");
+    add(e, text("1\t<&\"'>\n"));
+    add(e, el("k"));
+    EXPECT_EQ(print(e),
+              "<e t=\"a&#9;b&#10;c&#13;d&lt;&amp;&quot;&apos;&gt;\" u=\"\">"
+              "1\t&lt;&amp;&quot;&apos;&gt;\n<k/></e>");
+
+    // A raw text node is markup already and is copied unchanged.
+    const VQHANDLE r = el("r");
+    const VQHANDLE raw = add(r, text("<b>&amp;</b>"));
+    VQDOM_setRawXml(raw);
+    add(r, text("<"));
+    EXPECT_EQ(print(r), "<r><b>&amp;</b>&lt;</r>");
+
+    // The value comes from the attribute's children, so a reference written
+    // in the source stays a reference.
+    const VQHANDLE v = el("v");
+    const VQHANDLE a = VQDOM_createAttribute(doc, s("w"));
+    add(a, text("x<"));
+    add(a, ref("ent"));
+    add(a, text("y"));
+    EXPECT_EQ(VQDOM_setAttributeNode(v, a), 0u);
+    EXPECT_EQ(print(v), "<v w=\"x&lt;&ent;y\"/>");
+    EXPECT_TRUE(drainErrors().empty());
+}
+
+TEST_F(Serializer, CharacterDataAndReferences) {
+    const VQHANDLE p = el("p");
+    add(p, VQDOM_createComment(doc, s("a<&b")));
+    add(p, VQDOM_createProcessingInstruction(doc, s("t"), s("d e")));
+    add(p, VQDOM_createProcessingInstruction(doc, s("t"), s("")));
+    add(p, ref("amp"));
+    EXPECT_EQ(print(p), "<p><!--a<&b--><?t_d e?><?t_?>&amp;</p>");
+
+    // "]]>" splits the section between its brackets; bytes that are no XML
+    // characters become '?', bytes from 0x80 pass.
+    auto cdata = [&](const char *data) { return print(VQDOM_createCDATASection(doc, s(data))); };
+    EXPECT_EQ(cdata("a]]>b"), "<![CDATA[a]]]><![CDATA[]>b]]>");
+    EXPECT_EQ(cdata("]]]>"), "<![CDATA[]]]]><![CDATA[]>]]>");
+    EXPECT_EQ(cdata("x\x01y\x1f\t\xc3\xa9]]"), "<![CDATA[x?y?\t\xc3\xa9]]]]>");
+
+    // Unlinked references, fragments and attributes.
+    EXPECT_EQ(print(ref("free")), "&free;");
+    const VQHANDLE nameless = allocNode(doc, 5, 0);
+    EXPECT_EQ(print(nameless), "");
+    char buf[4] = {'x', 'x', 'x', 'x'};
+    EXPECT_EQ(VQXML_printNode(VQDOM_createDocumentFragment(doc), buf, 4), 0);
+    EXPECT_EQ(buf[0], '\0');  // nothing written, but terminated
+    EXPECT_EQ(print(VQDOM_createAttribute(doc, s("a"))), "");
+}
+
+TEST_F(Serializer, DocumentTypeDeclarations) {
+    const VQHANDLE dt = add(doc, createDocumentType(doc, s("r")));
+    EXPECT_EQ(print(dt), "<!DOCTYPE r [\r\n]>");
+
+    const VQHANDLE id = externalId("-//P", "s.dtd");
+    vqxml::rec<DocumentType>(dt)->externalID = id;
+    add(dt, entity("e1", "a\"b"));
+    add(dt, entity("e2", "x'y"));
+    add(dt, entity("e3", "\"'"));  // both marks: the delimiter is the byte 0
+    add(dt, entity("p", "v", 1));
+    add(dt, ref("p"));
+    add(dt, allocNode(doc, 5, 0));  // a reference without name is passed over
+    const VQHANDLE u = add(dt, entity("u", nullptr));
+    const VQHANDLE uid = externalId(nullptr, "u.bin"), gif = s("gif");
+    vqxml::rec<Entity>(u)->externalID = uid;
+    vqxml::rec<Entity>(u)->notationName = gif;
+    const VQHANDLE n = add(dt, allocNode(doc, 12, s("gif")));
+    const VQHANDLE nid = externalId("pub", nullptr);
+    vqxml::rec<Notation>(n)->externalID = nid;
+    add(dt, VQDOM_createComment(doc, s("c")));
+    add(dt, VQDOM_createProcessingInstruction(doc, s("t"), s("d")));
+
+    const std::string expected =
+        std::string("<!DOCTYPE r PUBLIC \"-//P\" \"s.dtd\" [") +
+        "\r\n<!ENTITY e1 'a\"b'>" +
+        "\r\n<!ENTITY e2 \"x'y\">" +
+        "\r\n<!ENTITY e3 " + std::string(1, '\0') + "\"'" + std::string(1, '\0') + ">" +
+        "\r\n<!ENTITY % p \"v\">" +
+        "\r\n%p;" +
+        "\r\n<!ENTITY u SYSTEM \"u.bin\" NDATA gif>" +
+        "\r\n<!NOTATION gif PUBLIC \"pub\">" +
+        "\r\n<!--c-->\r\n<?t_d?>\r\n]>";
+    EXPECT_EQ(print(dt), expected);
+}
+
+TEST_F(Serializer, ElementDeclarationsAndContentModels) {
+    auto decl = [&](const char *name, uint16_t content) {
+        const VQHANDLE d = createElementDecl(doc, s(name));
+        vqxml::rec<ElementDecl>(d)->contentType = content;
+        return d;
+    };
+    EXPECT_EQ(print(decl("a", 1)), "<!ELEMENT a EMPTY>");
+    EXPECT_EQ(print(decl("b", 2)), "<!ELEMENT b ANY>");
+    EXPECT_EQ(print(decl("c", 0)), "<!ELEMENT c >");
+
+    const VQHANDLE d = decl("d", 4);
+    const VQHANDLE seq = add(d, cp(',', '+'));
+    add(seq, cp(0, 0, "x"));
+    const VQHANDLE choice = add(seq, cp('|', '*'));
+    add(choice, cp(0, 0, "y"));
+    add(choice, cp(0, '?', "z"));
+    add(seq, cp('|', '?'));  // an empty group
+    EXPECT_EQ(print(d), "<!ELEMENT d (x,(y|z?)*,()?)+>");
+
+    // Mixed content as the parser leaves it: element leaves keep the
+    // undecided separator 255 and print nothing but their occurrence.
+    const VQHANDLE m = decl("m", 3);
+    const VQHANDLE mixed = add(m, cp('|', '*'));
+    add(mixed, cp(0, 0, "#PCDATA"));
+    add(mixed, cp(255, 0, "b"));
+    add(mixed, cp(255, '+', "c"));
+    EXPECT_EQ(print(m), "<!ELEMENT m (#PCDATA||+)*>");
+}
+
+TEST_F(Serializer, AttributeListsAndDefaults) {
+    const VQHANDLE dt = add(doc, createDocumentType(doc, s("r")));
+    const VQHANDLE list = add(dt, createAttlistDecl(doc, s("e")));
+    const VQHANDLE color = add(list, attDef("c", 1, 0, "red"));
+    add(color, createNameList(doc, s("red")));
+    add(color, createNameList(doc, s("green")));
+    add(list, attDef("i", 4, 3));
+    add(list, attDef("r", 3, 2));
+    add(list, attDef("f", 3, 1, "v"));
+    add(list, attDef("t", 2, 0, "x"));
+    const VQHANDLE q = add(list, attDef("q", 9, 0, "n"));
+    const VQHANDLE w = s("w\"");
+    vqxml::node(q)->nodeValue = w;
+    EXPECT_EQ(print(list),
+              "<!ATTLIST e c (red|green) \"red\" i ID #IMPLIED r CDATA #REQUIRED"
+              " f CDATA #FIXED\"v\" t  \"x\" q NMTOKEN \"n\"\"w&quot;\">");
+    EXPECT_EQ(print(createAttlistDecl(doc, s("none"))), "<!ATTLIST none>");
+
+    // Elements made now carry the DTD defaults unspecified: not written
+    // until the document sets them.
+    const VQHANDLE e = el("e");
+    EXPECT_NE(VQDOM_getAttributeNodeStr(e, "c"), 0u);
+    attr(e, "z", "1");
+    EXPECT_EQ(print(e), "<e z=\"1\"/>");
+    attr(e, "c", "green");
+    EXPECT_EQ(print(e), "<e z=\"1\" c=\"green\"/>");
+}
+
+// <a><!--hello--></a> is 19 bytes. Literals go in whole or not at all, DS
+// pieces may leave a cut copy behind an unmoved cursor, single characters go
+// in while any room is left, and every node ends with a NUL when its
+// capacity exceeded its length.
+TEST_F(Serializer, FitRulesOfAShortBuffer) {
+    const VQHANDLE a = el("a");
+    add(a, VQDOM_createComment(doc, s("hello")));
+    EXPECT_EQ(print(a), "<a><!--hello--></a>");
+    EXPECT_EQ(printInto(a, 10, 19), std::string("<a><!--he\0", 10));
+    EXPECT_EQ(printInto(a, 13, 19), std::string("<a><!--hello\0", 13));
+    EXPECT_EQ(printInto(a, 16, 19), std::string("<a><!--hello-->\0", 16));
+    EXPECT_EQ(printInto(a, 17, 19), "<a><!--hello--></");
+    EXPECT_EQ(printInto(a, 18, 19), std::string("<a><!--hello--></\0", 18));
+    EXPECT_EQ(printInto(a, 19, 19), "<a><!--hello--></a>");
+
+    // '/' and '>' are two single characters, not one literal.
+    EXPECT_EQ(printInto(el("b"), 3, 4), "<b/");
+    // An empty DS piece still copies its NUL while there is room.
+    const VQHANDLE pi = VQDOM_createProcessingInstruction(doc, s("t"), s(""));
+    EXPECT_EQ(printInto(pi, 4, 6), "<?t_");
+    EXPECT_EQ(printInto(pi, 5, 6), std::string("<?t_\0", 5));
+
+    // No room at all: nothing written, the full length still reported.
+    char guard[2] = {'g', 'g'};
+    EXPECT_EQ(VQXML_printNode(a, guard, 0), 19);
+    EXPECT_EQ(VQXML_printNode(a, guard, -7), 19);
+    EXPECT_EQ(std::string(guard, 2), "gg");
+}
+
+// A document with every node kind, printed into every size from 0 to its
+// full length: the result never changes, nothing lands past the size, and a
+// size above the result always gives the terminated text.
+TEST_F(Serializer, EverySizeOfASampleDocument) {
+    const VQHANDLE decl = createXmlDecl(doc);
+    const VQHANDLE version = s("1.0"), sa = s("no");
+    vqxml::rec<XmlDecl>(decl)->version = version;
+    vqxml::rec<XmlDecl>(decl)->standalone = sa;
+    vqxml::rec<Document>(doc)->xmlDecl = decl;
+    EXPECT_EQ(print(doc), "<?xml version=\"1.0\" standalone=\"no\"?>");  // no line break
+    const VQHANDLE dt = add(doc, createDocumentType(doc, s("r")));
+    add(dt, entity("e", "x&y"));
+    add(dt, entity("p", "", 1));
+    add(dt, ref("p"));
+    const VQHANDLE ed = add(dt, createElementDecl(doc, s("r")));
+    vqxml::rec<ElementDecl>(ed)->contentType = 4;
+    const VQHANDLE group = add(ed, cp('|', '*'));
+    add(group, cp(0, 0, "a"));
+    add(group, cp(0, '?', "b"));
+    const VQHANDLE list = add(dt, createAttlistDecl(doc, s("r")));
+    add(list, attDef("k", 3, 1, "fixed"));
+    add(dt, allocNode(doc, 12, s("n")));
+    add(doc, VQDOM_createComment(doc, s(" top ")));
+    const VQHANDLE r = add(doc, el("r"));
+    attr(r, "id", "a\tb");
+    add(r, text("t&"));
+    add(r, VQDOM_createCDATASection(doc, s("c]]>d")));
+    add(r, ref("e"));
+    const VQHANDLE inner = add(r, el("i"));
+    add(inner, VQDOM_createProcessingInstruction(doc, s("pi"), s("data")));
+    add(inner, el("j"));
+    const VQHANDLE raw = add(r, text("<raw/>"));
+    VQDOM_setRawXml(raw);
+
+    const std::string full = print(doc);
+    EXPECT_EQ(full,
+              "<?xml version=\"1.0\" standalone=\"no\"?>\r\n"
+              "<!DOCTYPE r [\r\n<!ENTITY e \"x&y\">\r\n<!ENTITY % p \"\">\r\n%p;"
+              "\r\n<!ELEMENT r (a|b?)*>\r\n<!ATTLIST r k CDATA #FIXED\"fixed\">"
+              "\r\n<!NOTATION n >\r\n]>\r\n"
+              "<!-- top -->\r\n"
+              "<r id=\"a&#9;b\">t&amp;<![CDATA[c]]]><![CDATA[]>d]]>&e;"
+              "<i><?pi_data?><j/></i><raw/></r>");
+    const auto len = static_cast<int32_t>(full.size());
+    for (int32_t size = 0; size <= len + 1; ++size) {
+        std::string buf(static_cast<size_t>(len) + 8, '\x7f');
+        ASSERT_EQ(VQXML_printNode(doc, buf.data(), size), len) << "size " << size;
+        ASSERT_EQ(buf.find_first_not_of('\x7f', static_cast<size_t>(size)), std::string::npos)
+            << "write past size " << size;
+        if (size > len) {
+            EXPECT_EQ(buf.substr(0, static_cast<size_t>(len) + 1), full + '\0');
+        }
+    }
+    EXPECT_TRUE(drainErrors().empty());
+}
+
+TEST_F(Serializer, InvalidHandlesEndTheWalk) {
+    char buf[64];
+    EXPECT_EQ(VQXML_printNode(0, buf, sizeof buf), 0);
+    EXPECT_TRUE(drainErrors().empty());
+    EXPECT_EQ(VQXML_printNode(0x12345, buf, sizeof buf), 0);
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001748, "12345|"}}));
+
+    // A DS handle is no node: nothing written, nothing read out of bounds.
+    buf[0] = 'g';
+    EXPECT_EQ(VQXML_printNode(s("x"), buf, sizeof buf), 0);
+    EXPECT_EQ(buf[0], 'g');
+
+    const VQHANDLE a = el("a");
+    const VQHANDLE b = add(a, el("b"));
+    add(a, el("c"));
+    const VQHANDLE gone = el("gone");
+    VQDOM_deleteNode(gone);
+    vqxml::node(b)->nextSibling = gone;  // a stale link ends the sibling walk
+    EXPECT_EQ(print(a), "<a><b/></a>");
+    vqxml::node(a)->firstChild = gone;
+    EXPECT_EQ(print(a), "<a></a>");
+    EXPECT_TRUE(drainErrors().empty());
+}
+
+// Printing must not recurse on depth: a chain of a million elements.
+TEST_F(Serializer, MillionLevelsDeep) {
+    constexpr int kDepth = 1000000;
+    VQHANDLE inner = el("a");
+    for (int i = 1; i < kDepth; ++i) {
+        const VQHANDLE outer = el("a");
+        ASSERT_EQ(VQDOM_appendChild(outer, inner), inner);
+        inner = outer;
+    }
+    std::string expected;
+    expected.reserve(7u * kDepth);
+    for (int i = 1; i < kDepth; ++i) expected += "<a>";
+    expected += "<a/>";
+    for (int i = 1; i < kDepth; ++i) expected += "</a>";
+    EXPECT_EQ(print(inner), expected);
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+// pretty_printer.cpp - printNodeBeatifyEx: a node written as indented XML.
+//
+// Only elements are laid out: each nested element starts on a new line,
+// indented by two blanks per level, and an element whose last child is an
+// element puts its end tag on a line of its own. Everything else, documents
+// included, is written exactly as the compact serializer writes it, with the
+// one difference that text marked raw is escaped here. The writing
+// primitives and the construct writers are the serializer's (printer.h).
+//
+// Indentation ceiling: the indent text is at most 63 blanks, the most a
+// 64-byte indent buffer with its terminator holds. An element at indent 64
+// or deeper is indented by 63 blanks; its nesting is still written in full
+// (start tag on a new line, end tag lined up with it), so no content is lost
+// and no process ends, however deep the tree. A negative indent writes no
+// blanks.
+//
+// Depth: the element tree is walked along parent, first-child and
+// next-sibling links, so any depth prints in constant stack; see
+// serializer.cpp for why the bytes equal those of a recursive writer.
+#include "vqxml/dom/printer.h"
+#include "vqxml/store/node.h"
+
+namespace {
+
+using vqxml::PrintTarget;
+
+constexpr int kElement = 1;
+constexpr int kText = 3;
+constexpr int64_t kMaxIndent = 63;
+constexpr char kBlanks[kMaxIndent + 1] =
+    "                                                               ";
+static_assert(sizeof(kBlanks) == kMaxIndent + 1);
+
+Node *head(VQHANDLE h) {
+    return static_cast<Node *>(vqxml::printableRecord(h, sizeof(Node)));
+}
+
+VQHANDLE linkedChild(VQHANDLE parent, VQHANDLE h) {
+    const Node *n = head(h);
+    return n != nullptr && n->parentNode == parent ? h : 0;
+}
+
+void writeIndent(PrintTarget &out, int64_t indent) {
+    const int64_t blanks = indent < 0 ? 0 : (indent > kMaxIndent ? kMaxIndent : indent);
+    out.literal(kBlanks, blanks);
+}
+
+// The start tag; true when the element has children to follow.
+bool writeStartTag(PrintTarget &out, VQHANDLE element, int64_t indent) {
+    if (indent != 0) out.literal("\r\n");
+    writeIndent(out, indent);
+    const Node *e = head(element);
+    out.character('<');
+    out.piece(e->nodeName);
+    vqxml::serializeAttributes(out, element);
+    if (head(element)->firstChild != 0) {
+        out.character('>');
+        return true;
+    }
+    out.character('/');
+    out.character('>');
+    return false;
+}
+
+// The end tag goes on a line of its own only after a child element; after
+// text, a comment and the like it follows on the same line.
+void writeEndTag(PrintTarget &out, VQHANDLE element, int64_t indent, int lastChildType) {
+    if (lastChildType == kElement) {
+        out.literal("\r\n");
+        writeIndent(out, indent);
+    }
+    out.literal("</");
+    out.piece(head(element)->nodeName);
+    out.character('>');
+}
+
+void prettyNode(PrintTarget &out, VQHANDLE root, int64_t indent) {
+    const Node *r = head(root);
+    if (r == nullptr) return;
+    if (r->nodeType != kElement) {
+        if (r->nodeType == kText) {
+            out.escaped(r->nodeValue);
+            out.terminate();
+        } else {
+            vqxml::serializeNode(out, root);
+        }
+        return;
+    }
+    VQHANDLE h = root;
+    for (;;) {
+        const Node *n = head(h);
+        if (n->nodeType == kElement) {
+            if (writeStartTag(out, h, indent)) {
+                const VQHANDLE child = linkedChild(h, head(h)->firstChild);
+                if (child != 0) {
+                    h = child;
+                    indent += 2;
+                    continue;
+                }
+                writeEndTag(out, h, indent, 0);
+            }
+            out.terminate();
+        } else if (n->nodeType == kText) {
+            // Raw or not: escaped here, unlike in the compact form.
+            out.escaped(n->nodeValue);
+            out.terminate();
+        } else {
+            vqxml::serializeNode(out, h);
+        }
+        // h is written: on to its next sibling, ending every element whose
+        // last child this was.
+        for (;;) {
+            if (h == root) return;
+            const VQHANDLE parent = head(h)->parentNode;
+            const int lastType = head(h)->nodeType;
+            const VQHANDLE next = linkedChild(parent, head(h)->nextSibling);
+            if (next != 0) {
+                h = next;
+                break;
+            }
+            h = parent;
+            indent -= 2;
+            writeEndTag(out, h, indent, lastType);
+            out.terminate();
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" int32_t printNodeBeatifyEx(VQHANDLE node, char **cursor, int32_t capacity,
+                                      int32_t indent) {
+    PrintTarget out(cursor, capacity);
+    prettyNode(out, node, indent);
+    return out.result();
+}
