@@ -5,7 +5,9 @@
 #ifndef VQXML_PARSER_PARSER_H
 #define VQXML_PARSER_PARSER_H
 
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "vqxml/parser/source.h"
 #include "vqxml/vqxml.h"
@@ -70,6 +72,84 @@ VQXML_API int parseIgnoreSectContents(Source *source);
 }  // extern "C"
 
 namespace vqxml {
+
+// Bound on the nesting of elements (and of content-model groups); deeper
+// input records 1001944 ("nested deeper than ... levels") and fails.
+constexpr int32_t kMaxNesting = 10000;
+void nestingTooDeep(Source *source);
+
+// The source level that reads the current character: the innermost
+// expansion that is delivering it, else the source itself. A closing
+// quotation mark is awaited there.
+Source *readingLevel(Source *source);
+
+// A growable byte buffer on the tracked heap for gathering a text before
+// its DS is made. A failed growth records the allocation error, drops the
+// byte(s) and leaves ok() false.
+class ByteBuffer {
+public:
+    ByteBuffer() = default;
+    ~ByteBuffer();
+    ByteBuffer(const ByteBuffer &) = delete;
+    ByteBuffer &operator=(const ByteBuffer &) = delete;
+
+    void push(char c) {
+        if (size_ == capacity_ && !grow(1)) return;
+        data_[size_++] = c;
+    }
+    void append(const char *bytes, size_t count);
+    void clear() { size_ = 0; }
+    bool ok() const { return ok_; }
+    std::string_view view() const { return {data_, size_}; }
+
+private:
+    bool grow(size_t more);
+    char inline_[128];
+    char *data_ = inline_;
+    size_t size_ = 0;
+    size_t capacity_ = sizeof inline_;
+    bool ok_ = true;
+};
+
+// The block behind HeapStack: a new block of `bytes` holding the first
+// `used` bytes of `old` (which is released), or null with the allocation
+// error recorded (`old` kept).
+void *growStack(void *old, size_t used, size_t bytes);
+void releaseStack(void *block);
+
+// A stack of trivially copyable records on the tracked heap, for walks
+// that must not recurse with the depth of the input.
+template <typename T>
+class HeapStack {
+public:
+    HeapStack() = default;
+    ~HeapStack() { releaseStack(data_); }
+    HeapStack(const HeapStack &) = delete;
+    HeapStack &operator=(const HeapStack &) = delete;
+
+    bool push(const T &value) {
+        if (size_ == capacity_ && !grow()) return false;
+        data_[size_++] = value;
+        return true;
+    }
+    T &top() { return data_[size_ - 1]; }
+    T pop() { return data_[--size_]; }
+    bool empty() const { return size_ == 0; }
+    size_t size() const { return size_; }
+
+private:
+    bool grow() {
+        const size_t capacity = capacity_ == 0 ? 64 : capacity_ * 2;
+        void *fresh = growStack(data_, size_ * sizeof(T), capacity * sizeof(T));
+        if (fresh == nullptr) return false;
+        data_ = static_cast<T *>(fresh);
+        capacity_ = capacity;
+        return true;
+    }
+    T *data_ = nullptr;
+    size_t size_ = 0;
+    size_t capacity_ = 0;
+};
 
 // The prolog steps that VQXML_parse calls: the XML declaration (returns the
 // XmlDecl handle or 0) and the document type declaration with its internal
