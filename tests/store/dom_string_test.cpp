@@ -141,8 +141,10 @@ TEST_F(DomStringTest, CopyCompareAndTrim) {
     EXPECT_EQ(VQDOM_cpyDS(s, reset(), 5), 5);  // exactly the length: one short
     EXPECT_STREQ(buf, "hell");
     reset();
-    EXPECT_EQ(VQDOM_cpyDS(s, buf, 0) + VQDOM_cpyDS(0, buf, -1), 5);
-    EXPECT_EQ(buf[0], 'x');  // neither size writes
+    EXPECT_EQ(VQDOM_cpyDS(s, buf, 0) + VQDOM_cpyDS(s, buf, -1) + VQDOM_cpyDS(0, buf, 0), 10);
+    EXPECT_EQ(buf[0], 'x');  // none of these writes
+    EXPECT_EQ(VQDOM_cpyDS(0, buf, -1), 0);
+    EXPECT_EQ(buf[0], '\0') << "an invalid DS terminates for any size but 0";
     EXPECT_EQ(VQDOM_cpyDS(0, buf, 4), 0);
     EXPECT_EQ(buf[0], '\0');
 

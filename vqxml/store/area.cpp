@@ -204,7 +204,9 @@ extern "C" VQHANDLE myAlloc(VQHANDLE document, int64_t bytes) {
     const int32_t number = static_cast<int32_t>(document & 255);
     if (number == 0) return 0;
     DocArea *a = docHead[number];
-    if (a == nullptr || bytes < 0 || bytes > kMaxAreaSize / 2) return 0;
+    // Requests too large for any area fail in growth, which records them.
+    if (a == nullptr || bytes < 0) return 0;
+    if (bytes > (int64_t{1} << 40)) bytes = int64_t{1} << 40;
 
     // 1. A handle slot.
     int32_t *table = handleTable(a);
@@ -455,14 +457,17 @@ extern "C" int VQXML_documentLoaded(void *area) {
     if (area == nullptr) return 0;
     DocArea *a = static_cast<DocArea *>(area);
     const int64_t blockBytes = trackedSize(area);
-    const char *damage = blockBytes < 48 ? "unknown block" : checkAreaImage(a, blockBytes);
-    if (damage != nullptr) {
+    if (blockBytes >= 48 && a->doc >= 1 && a->doc <= 255 && docHead[a->doc] == nullptr) {
         // A damaged image would make every later handle check unsafe: refuse
         // it like an image for a number in use, and say why.
-        char params[64];
-        std::snprintf(params, sizeof params, "%s|", damage);
-        addVqXmlError(1001757, params);
-    } else if (a->doc >= 1 && a->doc <= 255 && docHead[a->doc] == nullptr) {
+        if (const char *damage = checkAreaImage(a, blockBytes)) {
+            char params[64];
+            std::snprintf(params, sizeof params, "%s|", damage);
+            addVqXmlError(1001757, params);
+            VQXML_TRACE(2, "VQXML free   - (documentLoaded) addr: 0x%p", area);
+            dbg_free(area);
+            return 0;
+        }
         docHead[a->doc] = a;
         dontRealloc[a->doc] = 0;
         a->data = static_cast<char *>(area) + 48 + 4 * int64_t{a->indexes};

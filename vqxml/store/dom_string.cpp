@@ -243,10 +243,10 @@ extern "C" int VQDOM_cmpDSStr(VQHANDLE ds, const char *text) {
 }
 
 extern "C" int64_t VQDOM_cpyDS(VQHANDLE ds, char *buffer, int64_t size) {
-    // Only a positive size is ever written to: the printers pass what is
-    // left of their buffer, which may be nothing or less than nothing.
+    // The library's own callers never pass a size below 0 (the printers
+    // measure instead), so the terminator rule is kept as callers know it.
     if (!validHandle(ds)) {
-        if (size > 0 && buffer != nullptr) buffer[0] = '\0';
+        if (size != 0 && buffer != nullptr) buffer[0] = '\0';
         return 0;
     }
     const std::string_view text = dsView(ds);
