@@ -354,28 +354,29 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
         errorAlloc("DocumentArea", S);
         return 0;
     }
-    char *block = static_cast<char *>(dbg_malloc(static_cast<size_t>(S), "document area"));
+    // The new block starts with the old one's bytes (grown in place where the
+    // memory allows): head and table stay put, the data region moves up
+    // behind the larger table, and the new slots are cleared.
+    const DocArea head = *old;
+    const auto oldAddress = reinterpret_cast<uintptr_t>(old);
+    char *block = static_cast<char *>(
+        growBlock(old, static_cast<size_t>(old->size), static_cast<size_t>(S), "document area"));
     VQXML_TRACE(1, "VQXML malloc - (reallocDocumentArea) addr: 0x%p, (len: %ld, old len: %d)",
-                static_cast<void *>(block), static_cast<long>(S), old->size);
+                static_cast<void *>(block), static_cast<long>(S), head.size);
     if (block == nullptr) {
         dontRealloc[number] = 1;
         errorAlloc("DocumentArea", S);
         return 0;
     }
-    // The new block's diagnostics record keeps naming the document node, so
-    // that leak reports and dumps still show the document after growth.
-    VQXML_DbgMem *record = allocMemDocArea;
-
     DocArea *a = reinterpret_cast<DocArea *>(block);
-    *a = *old;
+    std::memmove(block + 48 + 4 * H2, block + 48 + 4 * H, static_cast<size_t>(D) + 4);
+    std::memset(handleTable(a) + H, 0, 4 * static_cast<size_t>(H2 - H));
+    *a = head;
     a->size = static_cast<int32_t>(S);
     a->indexes = static_cast<int32_t>(H2);
     a->freesize += static_cast<int32_t>(D2 - D);
     a->freeoffset += static_cast<int32_t>(H2 - H);
     a->data = block + 48 + 4 * H2;
-    std::memcpy(handleTable(a), handleTable(old), 4 * static_cast<size_t>(H));
-    std::memset(handleTable(a) + H, 0, 4 * static_cast<size_t>(H2 - H));
-    std::memcpy(a->data, old->data, static_cast<size_t>(D) + 4);
     docHead[number] = a;
 
     if (D2 > D) {
@@ -395,16 +396,8 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
         }
     }
 
-    if (record != nullptr) {
-        for (VQXML_DbgMem *r = record->next; r != nullptr; r = r->next) {
-            if (r->addr == old) {
-                record->DocHandle = r->DocHandle;
-                break;
-            }
-        }
-    }
-    VQXML_TRACE(1, "VQXML free   - (reallocDocumentArea) addr: 0x%p", static_cast<void *>(old));
-    dbg_free(old);
+    VQXML_TRACE(1, "VQXML free   - (reallocDocumentArea) addr: 0x%p",
+                reinterpret_cast<void *>(oldAddress));
     return 1;
 }
 

@@ -6,6 +6,7 @@
 #include "vqxml/store/memdiag.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -20,6 +21,76 @@ VQXML_DbgMem *allocMemDocArea;
 
 namespace vqxml {
 namespace {
+
+// Blocks of this size and more get a mapping of their own inside a large
+// reservation of address space: a growing document area is then extended in
+// place (its pages are committed as needed) instead of being copied into
+// freshly faulted memory, huge pages can back it, and freeing it returns the
+// memory at once. Where no reservation can be had, a plain mapping that
+// mremap can move is used.
+constexpr size_t kMapThreshold = 256 * 1024;
+constexpr size_t kHugePage = 2 * 1024 * 1024;
+constexpr size_t kReservation = size_t{2} << 30;  // an area never passes 2 GiB
+
+// The accounting record as the library keeps it: the public part first,
+// then how the block was obtained.
+struct Record {
+    VQXML_DbgMem pub;
+    size_t mapped;    // bytes usable at addr (committed); 0 = a heap block
+    size_t reserved;  // bytes of address space reserved at addr (>= mapped)
+};
+
+size_t pageRound(size_t n) { return (n + 4095) & ~size_t{4095}; }
+// Committed ranges grow in whole huge pages, so that faults can be served
+// with them.
+size_t commitRound(size_t n) { return (n + kHugePage - 1) & ~(kHugePage - 1); }
+
+// Reserves kReservation bytes aligned to a huge page and commits the first
+// `bytes`; null when the address space cannot be had.
+void *reserveBlock(size_t *committed, size_t *reserved) {
+    size_t bytes = *committed;
+    const size_t span = kReservation + kHugePage;
+    void *raw = ::mmap(nullptr, span, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (raw == MAP_FAILED) return nullptr;
+    const uintptr_t start = reinterpret_cast<uintptr_t>(raw);
+    const uintptr_t aligned = (start + kHugePage - 1) & ~uintptr_t{kHugePage - 1};
+    if (aligned > start) ::munmap(raw, aligned - start);
+    const uintptr_t end = aligned + kReservation;
+    if (start + span > end) ::munmap(reinterpret_cast<void *>(end), start + span - end);
+    void *p = reinterpret_cast<void *>(aligned);
+    bytes = commitRound(bytes);
+    if (::mprotect(p, bytes, PROT_READ | PROT_WRITE) != 0) {
+        ::munmap(p, kReservation);
+        return nullptr;
+    }
+    ::madvise(p, kReservation, MADV_HUGEPAGE);
+    *reserved = kReservation;
+    *committed = bytes;
+    return p;
+}
+
+void *rawAlloc(size_t size, size_t *mapped, size_t *reserved) {
+    *mapped = *reserved = 0;
+    if (size < kMapThreshold) return std::malloc(size);
+    size_t bytes = pageRound(size);
+    if (bytes <= kReservation) {
+        if (void *p = reserveBlock(&bytes, reserved)) {
+            *mapped = bytes;
+            return p;
+        }
+    }
+    void *p = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED) return nullptr;
+    *mapped = *reserved = bytes;
+    return p;
+}
+
+void rawFree(void *p, size_t reserved) {
+    if (reserved != 0)
+        ::munmap(p, reserved);
+    else
+        std::free(p);
+}
 
 constinit VQXML_DbgMem *allocatedMem = nullptr;
 constinit int32_t allocCount = 1;
@@ -78,46 +149,128 @@ void failAllocAt(int64_t n, bool sticky) {
 
 using namespace vqxml;
 
-extern "C" void *dbg_malloc(size_t size, const char *label) {
-    if (injectedFailure()) return nullptr;
-    void *block = std::malloc(size);
-    if (block == nullptr) return nullptr;
-    auto *record = static_cast<VQXML_DbgMem *>(std::malloc(sizeof(VQXML_DbgMem)));
-    if (record == nullptr) {
-        allocMemDocArea = nullptr;
-        return block;  // untracked, deliberately: the caller still gets memory
-    }
+namespace vqxml {
+namespace {
+
+// Books a block under a record (a fresh one, or the record of the block it
+// replaces) as the newest allocation.
+void book(Record *r, void *block, size_t size, const char *label, size_t mapped, size_t reserved) {
     if (label == nullptr) label = "";
+    VQXML_DbgMem *record = &r->pub;
     record->addr = block;
     record->count = allocCount;
     allocCount = wrapAdd(allocCount, 1);
     record->size = static_cast<int32_t>(size);
-    record->DocHandle = 0;
     std::strncpy(record->text, label, sizeof record->text - 1);
     record->text[sizeof record->text - 1] = '\0';
     record->next = allocatedMem;
     allocatedMem = record;
+    r->mapped = mapped;
+    r->reserved = reserved;
     ++liveBlocks;
     allocSize = wrapAdd(allocSize, static_cast<int64_t>(size));
     if (allocSize > maxAllocSize) maxAllocSize = allocSize;
     allocMemDocArea = std::strcmp(label, "document area") == 0 ? record : nullptr;
+}
+
+// Unlinks the record of a block; null when the list does not know it.
+Record *unlinkRecord(const void *pointer) {
+    VQXML_DbgMem **link = &allocatedMem;
+    while (*link != nullptr && (*link)->addr != pointer) link = &(*link)->next;
+    VQXML_DbgMem *record = *link;
+    if (record == nullptr) return nullptr;
+    *link = record->next;
+    --liveBlocks;
+    allocSize = wrapAdd(allocSize, -int64_t{record->size});
+    if (allocMemDocArea == record) allocMemDocArea = nullptr;
+    return reinterpret_cast<Record *>(record);
+}
+
+}  // namespace
+
+void *growBlock(void *old, size_t oldSize, size_t newSize, const char *label) {
+    if (injectedFailure()) return nullptr;
+    Record *r = nullptr;
+    for (VQXML_DbgMem *m = allocatedMem; m != nullptr; m = m->next)
+        if (m->addr == old) r = reinterpret_cast<Record *>(m);
+    void *block = nullptr;
+    size_t mapped = 0, reserved = 0;
+    const size_t bytes = pageRound(newSize);
+    const size_t commit = commitRound(newSize);
+    if (r != nullptr && r->mapped != 0 && newSize >= kMapThreshold && commit <= r->reserved &&
+        r->reserved == kReservation) {
+        // Room reserved behind the block: commit more pages in place.
+        if (commit > r->mapped &&
+            ::mprotect(static_cast<char *>(old) + r->mapped, commit - r->mapped,
+                       PROT_READ | PROT_WRITE) != 0)
+            return nullptr;
+        block = old;
+        mapped = commit > r->mapped ? commit : r->mapped;
+        reserved = r->reserved;
+    } else if (r != nullptr && r->mapped != 0 && newSize >= kMapThreshold) {
+        block = ::mremap(old, r->reserved, bytes, MREMAP_MAYMOVE);
+        if (block == MAP_FAILED) return nullptr;
+        mapped = reserved = bytes;
+    } else if (r != nullptr && r->mapped == 0 && newSize < kMapThreshold) {
+        block = std::realloc(old, newSize);
+        if (block == nullptr) return nullptr;
+    } else {
+        block = rawAlloc(newSize, &mapped, &reserved);
+        if (block == nullptr) return nullptr;
+        const size_t keep = r != nullptr ? static_cast<uint32_t>(r->pub.size) : oldSize;
+        std::memcpy(block, old, keep < newSize ? keep : newSize);
+        if (r != nullptr) rawFree(old, r->reserved);
+    }
+    if (r == nullptr) {
+        // The old block was never tracked, so it is not given back (as
+        // dbg_free would refuse it); the new one is tracked if possible.
+        VQXML_TRACE(1, "**** error **** invalid free ( 0x%p )", old);
+        auto *fresh = static_cast<Record *>(std::malloc(sizeof(Record)));
+        if (fresh == nullptr) {
+            allocMemDocArea = nullptr;
+            return block;
+        }
+        fresh->pub.DocHandle = 0;
+        book(fresh, block, newSize, label, mapped, reserved);
+        return block;
+    }
+    // As if the new block were taken before the old one is given back: the
+    // peak counts both, the record keeps naming the same document.
+    const int32_t oldBooked = r->pub.size;
+    unlinkRecord(old);
+    allocSize = wrapAdd(allocSize, oldBooked);
+    ++liveBlocks;
+    book(r, block, newSize, label, mapped, reserved);
+    --liveBlocks;
+    allocSize = wrapAdd(allocSize, -int64_t{oldBooked});
+    return block;
+}
+
+}  // namespace vqxml
+
+extern "C" void *dbg_malloc(size_t size, const char *label) {
+    if (injectedFailure()) return nullptr;
+    size_t mapped = 0, reserved = 0;
+    void *block = rawAlloc(size, &mapped, &reserved);
+    if (block == nullptr) return nullptr;
+    auto *record = static_cast<Record *>(std::malloc(sizeof(Record)));
+    if (record == nullptr) {
+        allocMemDocArea = nullptr;
+        return block;  // untracked, deliberately: the caller still gets memory
+    }
+    record->pub.DocHandle = 0;
+    book(record, block, size, label, mapped, reserved);
     return block;
 }
 
 extern "C" void dbg_free(void *pointer) {
-    VQXML_DbgMem **link = &allocatedMem;
-    while (*link != nullptr && (*link)->addr != pointer) link = &(*link)->next;
-    VQXML_DbgMem *record = *link;
+    Record *record = unlinkRecord(pointer);
     if (record == nullptr) {
         // A block the list does not know is never handed to the heap.
         VQXML_TRACE(1, "**** error **** invalid free ( 0x%p )", pointer);
         return;
     }
-    *link = record->next;
-    --liveBlocks;
-    allocSize = wrapAdd(allocSize, -int64_t{record->size});
-    if (allocMemDocArea == record) allocMemDocArea = nullptr;
-    std::free(record->addr);
+    rawFree(record->pub.addr, record->reserved);
     std::free(record);
 }
 

@@ -33,6 +33,13 @@ struct MemStats {
 };
 MemStats memStats();
 
+// Replaces a block by one of `newSize` bytes whose first bytes are the old
+// block's (up to the smaller size), with the accounting of a dbg_malloc of
+// the new block followed by a dbg_free of the old one; the block's record
+// keeps its DocHandle. Null on failure, the old block then intact.
+// `oldSize` is used only for a block the list does not know.
+void *growBlock(void *old, size_t oldSize, size_t newSize, const char *label);
+
 // Size of a block taken with dbg_malloc, or -1 when the list does not
 // know the pointer.
 int64_t trackedSize(const void *pointer);
