@@ -22,28 +22,6 @@ namespace {
 
 // ---- record access ---------------------------------------------------------
 
-// The node behind a handle when the handle names a plausible node (live, a
-// known type, a block large enough for that type, in its own document's
-// area); null otherwise, so a stray handle is never written through.
-Node *asNode(VQHANDLE h) {
-    Node *n = liveNode(h);
-    if (n == nullptr || n->nodeType == 0 || n->nodeType > VQXML_NAME_LIST_NODE) return nullptr;
-    if ((n->ownerDocument & 255) != (h & 255)) return nullptr;
-    if (n->nodeType != VQXML_ELEMENT_NODE && liveNode(h, nodeRecordSize(n->nodeType)) == nullptr)
-        return nullptr;
-    return n;
-}
-
-template <typename T>
-T *asType(VQHANDLE h, int type) {
-    Node *n = asNode(h);
-    return n != nullptr && n->nodeType == type ? reinterpret_cast<T *>(n) : nullptr;
-}
-
-template <typename T>
-T *aux(VQHANDLE h) {
-    return reinterpret_cast<T *>(liveNode(h, static_cast<int32_t>(sizeof(T))));
-}
 
 VQHANDLE attributeMapOf(VQHANDLE element) {
     const Node *e = asNode(element);
@@ -59,7 +37,7 @@ VQHANDLE itemNamed(VQHANDLE map, std::string_view name) {
         const ListItem *item = aux<ListItem>(it);
         if (item == nullptr) return 0;
         const Node *n = asNode(item->node);
-        if (n != nullptr && liveHandle(n->nodeName) && dsView(n->nodeName) == name) return it;
+        if (n != nullptr && dsEquals(n->nodeName, name)) return it;
         it = item->nextItem;
     }
     return 0;
@@ -189,7 +167,12 @@ extern "C" VQHANDLE VQDOM_getNamedItemStr(VQHANDLE map, const char *name) {
     return name != nullptr ? nodeOfItem(itemNamed(map, name)) : 0;
 }
 
-extern "C" VQHANDLE VQDOM_setNamedItem(VQHANDLE map, VQHANDLE h) {
+namespace vqxml {
+namespace {
+
+// Enters a node into a map; `lookup` false skips the search for a node of
+// the same name, for callers that know there is none.
+VQHANDLE setNamedItem(VQHANDLE map, VQHANDLE h, bool lookup) {
     if (!validHandle(map) || !validHandle(h) || aux<NamedNodeMap>(map) == nullptr ||
         asNode(h) == nullptr) {
         VQDOM_deleteNode(h);
@@ -208,7 +191,7 @@ extern "C" VQHANDLE VQDOM_setNamedItem(VQHANDLE map, VQHANDLE h) {
         return 0;
     }
     if (n->containingMap != 0) leaveOldMap(h);
-    const VQHANDLE displaced = nodeOfItem(itemNamedDS(map, asNode(h)->nodeName));
+    const VQHANDLE displaced = lookup ? nodeOfItem(itemNamedDS(map, asNode(h)->nodeName)) : 0;
     const VQHANDLE it = myAlloc(h, sizeof(ListItem));
     if (it == 0) {
         VQDOM_deleteNode(h);
@@ -227,6 +210,19 @@ extern "C" VQHANDLE VQDOM_setNamedItem(VQHANDLE map, VQHANDLE h) {
     if (displaced == 0) return 0;
     removeNode(displaced);
     return displaced;
+}
+
+}  // namespace
+
+VQHANDLE appendAbsentAttribute(VQHANDLE element, VQHANDLE attribute) {
+    const VQHANDLE map = validHandle(element) ? attributeMapOf(element) : 0;
+    return setNamedItem(map, attribute, false);
+}
+
+}  // namespace vqxml
+
+extern "C" VQHANDLE VQDOM_setNamedItem(VQHANDLE map, VQHANDLE h) {
+    return vqxml::setNamedItem(map, h, true);
 }
 
 extern "C" VQHANDLE VQDOM_removeNamedItem(VQHANDLE map, VQHANDLE name) {
@@ -409,6 +405,15 @@ extern "C" void addDefaultAttributes(VQHANDLE element) {
             if (asNode(def)->nodeType == VQXML_ATT_DEF_NODE) setDefaultAttribute(element, def);
         }
     }
+    --defaultNesting;
+}
+
+void vqxml::addDefaultAttributesFrom(VQHANDLE element, const VQHANDLE *definitions,
+                                     int32_t count) {
+    if (asType<Node>(element, VQXML_ELEMENT_NODE) == nullptr || defaultNesting >= kMaxDefaultNesting)
+        return;
+    ++defaultNesting;
+    for (int32_t i = 0; i < count; ++i) setDefaultAttribute(element, definitions[i]);
     --defaultNesting;
 }
 

@@ -101,13 +101,18 @@ VQHANDLE discard(VQHANDLE created) {
 
 // Elements get an attribute map and a child list at once, then the default
 // attributes that the document's DTD declares for their name.
-extern "C" VQHANDLE VQDOM_createElement(VQHANDLE doc, VQHANDLE name) {
+VQHANDLE vqxml::createElementBare(VQHANDLE doc, VQHANDLE name) {
     if (!acceptName(doc, name, "createElement")) return 0;
     const VQHANDLE element = allocNode(doc, VQXML_ELEMENT_NODE, name);
     if (element == 0) return 0;
     if (!attachMap(element, &Node::attributes) || !attachChildList(element))
         return discard(element);
-    addDefaultAttributes(element);
+    return element;
+}
+
+extern "C" VQHANDLE VQDOM_createElement(VQHANDLE doc, VQHANDLE name) {
+    const VQHANDLE element = createElementBare(doc, name);
+    if (element != 0) addDefaultAttributes(element);
     return element;
 }
 

@@ -4,6 +4,7 @@
 #define VQXML_DOM_DOM_H
 
 #include <cstdint>
+#include <string_view>
 
 #include "vqxml/vqxml.h"
 
@@ -34,5 +35,79 @@ VQXML_API int getNormalValue(VQHANDLE attribute, int cdata);
 }  // extern "C"
 
 #include "vqxml/store/node.h"  // vqxml::liveNode
+
+namespace vqxml {
+
+// The node behind a handle that names a plausible node: live, a known type
+// code, a block large enough for that type's record, and in the area of its
+// own document. Anything else (a string, a map, a stale or random handle)
+// yields null, so a wrong handle can never make us write node fields into a
+// smaller block. Records nothing.
+inline Node *asNode(VQHANDLE h) {
+    Node *n = typedNode(h);
+    return n != nullptr && (n->ownerDocument & 255) == (h & 255) ? n : nullptr;
+}
+
+template <typename T>
+inline T *asType(VQHANDLE h, int type) {
+    Node *n = asNode(h);
+    return n != nullptr && n->nodeType == type ? reinterpret_cast<T *>(n) : nullptr;
+}
+
+// Auxiliary records (maps, items, lists, declarations, identifiers).
+template <typename T>
+inline T *aux(VQHANDLE h) {
+    return reinterpret_cast<T *>(liveNode(h, static_cast<int32_t>(sizeof(T))));
+}
+
+// VQDOM_setAttributeNode for an attribute whose name the caller knows is not
+// in the element's map yet: the same result without searching the map.
+VQHANDLE appendAbsentAttribute(VQHANDLE element, VQHANDLE attribute);
+
+// VQDOM_createElement without its final step, the default attributes.
+VQHANDLE createElementBare(VQHANDLE doc, VQHANDLE name);
+
+// The attribute definitions of a document type by element name, for code
+// that looks them up for every element and attribute while the declarations
+// stay as they are (a parse). It answers exactly as the declaration walk of
+// findAttDefDS and addDefaultAttributes does.
+class DtdIndex {
+public:
+    DtdIndex() = default;
+    DtdIndex(const DtdIndex &) = delete;
+    DtdIndex &operator=(const DtdIndex &) = delete;
+    ~DtdIndex();
+
+    // Indexes the definitions of `doctype`. False when the walk meets a name
+    // that is not a valid string, or memory is short: callers then use the
+    // walk itself.
+    bool build(VQHANDLE doctype);
+    // findAttDefDS(doctype, element, attribute).
+    VQHANDLE attDef(std::string_view element, std::string_view attribute) const;
+    // addDefaultAttributes(element) for an element of that name.
+    void addDefaults(VQHANDLE element, std::string_view name) const;
+
+private:
+    struct Entry {
+        VQHANDLE definition;
+        VQHANDLE attributeName;
+        int32_t next;  // next definition for the same element name, -1 at the end
+    };
+    struct Bucket {
+        VQHANDLE elementName;  // 0 = empty
+        int32_t head, tail;
+    };
+    const Bucket *find(std::string_view element) const;
+
+    Entry *entries_ = nullptr;
+    int32_t count_ = 0;
+    Bucket *buckets_ = nullptr;
+    uint32_t mask_ = 0;
+};
+
+// addDefaultAttributes with the definitions given in order.
+void addDefaultAttributesFrom(VQHANDLE element, const VQHANDLE *definitions, int32_t count);
+
+}  // namespace vqxml
 
 #endif  // VQXML_DOM_DOM_H

@@ -28,31 +28,6 @@ namespace {
 
 // ---- record access ---------------------------------------------------------
 
-// The node behind a handle when the handle names a plausible node: live, a
-// known type code, a block large enough for that type's record, and in the
-// area of its own document. Anything else (a string, a map, a stale or
-// random handle) yields null, so a wrong handle can never make us write
-// node fields into a smaller block.
-Node *asNode(VQHANDLE h) {
-    Node *n = liveNode(h);
-    if (n == nullptr || n->nodeType == 0 || n->nodeType > VQXML_NAME_LIST_NODE) return nullptr;
-    if ((n->ownerDocument & 255) != (h & 255)) return nullptr;
-    if (n->nodeType != VQXML_ELEMENT_NODE && liveNode(h, nodeRecordSize(n->nodeType)) == nullptr)
-        return nullptr;
-    return n;
-}
-
-template <typename T>
-T *asType(VQHANDLE h, int type) {
-    Node *n = asNode(h);
-    return n != nullptr && n->nodeType == type ? reinterpret_cast<T *>(n) : nullptr;
-}
-
-// Auxiliary records (maps, items, lists, declarations, identifiers).
-template <typename T>
-T *aux(VQHANDLE h) {
-    return reinterpret_cast<T *>(liveNode(h, static_cast<int32_t>(sizeof(T))));
-}
 
 int typeOf(VQHANDLE h) {
     const Node *n = asNode(h);

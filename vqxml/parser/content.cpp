@@ -799,6 +799,28 @@ VQHANDLE cdataSection(Source *s, ByteBuffer &buffer) {
 
 // ---- elements and content ----------------------------------------------------------------
 
+// A small set of names with false positives only: "certainly absent" lets
+// a start tag enter an attribute without searching the element's map.
+class NameFilter {
+public:
+    void add(std::string_view name) {
+        const uint32_t b = bit(name);
+        bits_[b / 64] |= uint64_t{1} << (b % 64);
+    }
+    bool mayHold(std::string_view name) const {
+        const uint32_t b = bit(name);
+        return (bits_[b / 64] >> (b % 64) & 1) != 0;
+    }
+
+private:
+    static uint32_t bit(std::string_view name) {
+        uint32_t h = 2166136261u;
+        for (unsigned char c : name) h = (h ^ c) * 16777619u;
+        return (h ^ (h >> 16)) & 255;
+    }
+    uint64_t bits_[4] = {0, 0, 0, 0};
+};
+
 class ContentParser {
 public:
     explicit ContentParser(Source *s) : s_(s), doc_(s->document), doctype_(VQDOM_getDoctype(s->document)) {}
@@ -816,12 +838,21 @@ public:
 
 private:
     VQHANDLE startTag(bool &empty);
-    bool attribute(VQHANDLE element);
+    bool attribute(VQHANDLE element, NameFilter &seen);
     bool endTag(VQHANDLE element);
     bool flush(VQHANDLE parent);
     bool markup(VQHANDLE parent, unsigned second);
     bool fail();
     VQHANDLE parentOfNext(VQHANDLE base) { return open_.empty() ? base : open_.top(); }
+    // The attribute definitions by element name, built on first use; null
+    // without a document type (or when it cannot be indexed).
+    const vqxml::DtdIndex *dtd() {
+        if (!dtdTried_) {
+            dtdTried_ = true;
+            dtdReady_ = doctype_ != 0 && dtdIndex_.build(doctype_);
+        }
+        return dtdReady_ ? &dtdIndex_ : nullptr;
+    }
 
     Source *s_;
     VQHANDLE doc_;
@@ -831,6 +862,9 @@ private:
     ByteBuffer names_;
     TextRun run_{textBuffer_};
     HeapStack<VQHANDLE> open_;  // elements whose end tag is still to come
+    vqxml::DtdIndex dtdIndex_;
+    bool dtdTried_ = false;
+    bool dtdReady_ = false;
 };
 
 VQHANDLE ContentParser::element() {
@@ -848,12 +882,25 @@ VQHANDLE ContentParser::startTag(bool &empty) {
     step(s_);
     if (!checkNameStart(s_)) return 0;
     const VQHANDLE name = nameDS(s_, names_);
-    const VQHANDLE el = name != 0 ? VQDOM_createElement(doc_, name) : 0;
+    const VQHANDLE el = name != 0 ? vqxml::createElementBare(doc_, name) : 0;
     if (el == 0) return 0;
+    if (const vqxml::DtdIndex *index = doctype_ != 0 ? dtd() : nullptr)
+        index->addDefaults(el, vqxml::dsView(node(el)->nodeName));
+    else
+        addDefaultAttributes(el);
+    // Names already in the element's map (DTD defaults, earlier attributes),
+    // so that most attributes can be entered without searching the map.
+    NameFilter seen;
+    const VQHANDLE mapHandle = node(el)->attributes;
+    if (const auto *map = reinterpret_cast<const NamedNodeMap *>(vqxml::liveNode(mapHandle, sizeof(NamedNodeMap)))) {
+        for (VQHANDLE it = map->firstItem; vqxml::liveNode(it, sizeof(ListItem)) != nullptr;
+             it = rec<ListItem>(it)->nextItem)
+            if (const Node *a = vqxml::typedNode(rec<ListItem>(it)->node)) seen.add(vqxml::dsView(a->nodeName));
+    }
     // Each attribute must follow a space; whatever is not a name start ends
     // the list.
     while (parseSpace(s_, 0) && !asciiNotNameStart(s_->current)) {
-        if (!attribute(el)) {
+        if (!attribute(el, seen)) {
             VQDOM_deleteNode(el);
             return 0;
         }
@@ -878,7 +925,7 @@ VQHANDLE ContentParser::startTag(bool &empty) {
     return el;
 }
 
-bool ContentParser::attribute(VQHANDLE el) {
+bool ContentParser::attribute(VQHANDLE el, NameFilter &seen) {
     const VQHANDLE name = nameDS(s_, names_);
     const VQHANDLE attr = name != 0 ? VQDOM_createAttribute(doc_, name) : 0;
     if (attr == 0) return false;
@@ -897,10 +944,22 @@ bool ContentParser::attribute(VQHANDLE el) {
         VQDOM_deleteNode(attr);
         return false;
     }
-    const VQHANDLE attDef = doctype_ != 0 ? findAttDefDS(doctype_, node(el)->nodeName, attrName) : 0;
+    VQHANDLE attDef = 0;
+    if (doctype_ != 0) {
+        if (const vqxml::DtdIndex *index = dtd())
+            attDef = index->attDef(vqxml::dsView(node(el)->nodeName), vqxml::dsView(attrName));
+        else
+            attDef = findAttDefDS(doctype_, node(el)->nodeName, attrName);
+    }
     if (attributeValue(s_, attr, attDef, valueBuffer_, names_) == 0) return false;
     // A repeated name replaces the earlier value.
-    if (const VQHANDLE displaced = VQDOM_setAttributeNode(el, attr); displaced != 0) VQDOM_deleteNode(displaced);
+    const std::string_view text = vqxml::dsView(attrName);
+    if (!seen.mayHold(text)) {
+        seen.add(text);
+        vqxml::appendAbsentAttribute(el, attr);
+    } else if (const VQHANDLE displaced = VQDOM_setAttributeNode(el, attr); displaced != 0) {
+        VQDOM_deleteNode(displaced);
+    }
     return true;
 }
 

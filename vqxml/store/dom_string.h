@@ -34,6 +34,9 @@ namespace vqxml {
 inline const char *dsChars(VQHANDLE ds);
 // The text of a DS; empty for an invalid handle (records nothing).
 std::string_view dsView(VQHANDLE ds);
+// True when a live DS holds exactly `text` (which holds no NUL); false for
+// an invalid handle. Reads nothing past the DS's block.
+inline bool dsEquals(VQHANDLE ds, std::string_view text);
 // A new DS in the document of `document` holding `text` (which may contain
 // any bytes but NUL); 0 and code 11 on failure.
 VQHANDLE createDSView(VQHANDLE document, std::string_view text);
@@ -42,8 +45,17 @@ VQHANDLE createDSView(VQHANDLE document, std::string_view text);
 
 #include "vqxml/store/area.h"
 
+#include <cstring>
+
 namespace vqxml {
 inline const char *dsChars(VQHANDLE ds) { return static_cast<const char *>(payload(ds)); }
+inline bool dsEquals(VQHANDLE ds, std::string_view text) {
+    if (!liveHandle(ds)) return false;
+    const char *p = dsChars(ds);
+    const size_t room = static_cast<size_t>(reinterpret_cast<const BlockHeader *>(p - 8)->blockSize - 8);
+    return text.size() < room && std::memcmp(p, text.data(), text.size()) == 0 &&
+           p[text.size()] == '\0';
+}
 }  // namespace vqxml
 
 #endif  // VQXML_STORE_DOM_STRING_H

@@ -154,10 +154,6 @@ VQHANDLE nextOutside(VQHANDLE cur, VQHANDLE root) {
 
 }  // namespace
 
-int32_t nodeRecordSize(int32_t type) {
-    return type > 0 && type < kTypeCount ? kTypes[type].size : 48;
-}
-
 const char *nodeTypeName(int32_t type) {
     return type > 0 && type < kTypeCount ? kTypes[type].name : "???";
 }

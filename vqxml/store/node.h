@@ -162,6 +162,10 @@ VQXML_API VQHANDLE getMarkupDecl(VQHANDLE doctype, int32_t type, const char *nam
 
 namespace vqxml {
 
+// Payload sizes of the node records, by type code (0: unknown types).
+inline constexpr int32_t kNodeRecordSizes[] = {48, 48, 52, 52, 48, 52, 68, 48, 48,
+                                               52, 60, 48, 52, 52, 48, 52, 52, 48};
+
 // Unchecked typed views for code that has already validated the handle and
 // tested the type (no 1001749 report).
 inline Node *node(VQHANDLE h) { return static_cast<Node *>(payload(h)); }
@@ -180,12 +184,30 @@ inline Node *liveNode(VQHANDLE h, int32_t bytes = sizeof(Node)) {
     return reinterpret_cast<Node *>(record);
 }
 
+// The record behind a handle that names a plausible node: live, of a known
+// type, in a block large enough for that type's record. Null otherwise;
+// records nothing.
+inline Node *typedNode(VQHANDLE h) {
+    if (!liveHandle(h)) return nullptr;
+    auto *record = static_cast<char *>(payload(h));
+    const int32_t room =
+        reinterpret_cast<const BlockHeader *>(record - sizeof(BlockHeader))->blockSize -
+        static_cast<int32_t>(sizeof(BlockHeader));
+    if (room < static_cast<int32_t>(sizeof(Node))) return nullptr;
+    auto *n = reinterpret_cast<Node *>(record);
+    const unsigned type = n->nodeType;
+    if (type == 0 || type > VQXML_NAME_LIST_NODE || room < kNodeRecordSizes[type]) return nullptr;
+    return n;
+}
+
 // Node type of a live handle, 0 for anything else; records nothing.
 inline int nodeTypeOf(VQHANDLE h) { return liveHandle(h) ? node(h)->nodeType : 0; }
 
 // Record size of a node type (48 for unknown types) and its name in
 // reports ("???" for unknown types).
-int32_t nodeRecordSize(int32_t type);
+inline int32_t nodeRecordSize(int32_t type) {
+    return type > 0 && type <= VQXML_NAME_LIST_NODE ? kNodeRecordSizes[type] : 48;
+}
 const char *nodeTypeName(int32_t type);
 
 }  // namespace vqxml
