@@ -14,6 +14,7 @@
 // the peak resident set during one parse in a fresh child process, divided
 // by the input size.
 #include <libxml/parser.h>
+#include <stdlib.h>
 #include <libxml/tree.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -63,34 +64,51 @@ long statusKb(const char *key) {
     return 0;
 }
 
-// Peak resident growth of one parse, measured in a child so that no earlier
-// run's heap is reused.
-double peakGrowth(const Library &lib, const std::string &text) {
-    int fds[2];
-    if (pipe(fds) != 0) return 0;
-    pid_t pid = fork();
-    if (pid == 0) {
-        close(fds[0]);
-        {
-            std::ofstream clear("/proc/self/clear_refs");
-            clear << "5";
-        }
-        long before = statusKb("VmRSS:");
-        void *tree = lib.parse(text);
-        long peak = statusKb("VmHWM:");
-        double growth = static_cast<double>(peak - before) * 1024.0;
-        if (tree == nullptr) growth = -1;
-        ssize_t w = write(fds[1], &growth, sizeof growth);
-        _exit(w == sizeof growth ? 0 : 1);
-    }
-    close(fds[1]);
+// Peak resident growth of one parse, measured in a fresh process (this
+// program started again with --rss) so that no earlier run's heap is reused.
+double peakGrowth(const char *self, const char *libName, const std::string &text) {
+    char path[] = "/tmp/vqxml-bench-XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0) return 0;
+    bool written = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    close(fd);
     double growth = 0;
-    if (read(fds[0], &growth, sizeof growth) != sizeof growth) growth = 0;
-    close(fds[0]);
-    int status;
-    waitpid(pid, &status, 0);
+    if (written) {
+        std::string cmd = std::string(self) + " --rss " + libName + " " + path;
+        if (FILE *p = popen(cmd.c_str(), "r")) {
+            if (std::fscanf(p, "%lf", &growth) != 1) growth = 0;
+            pclose(p);
+        }
+    }
+    unlink(path);
     return growth / static_cast<double>(text.size());
 }
+
+// The child's side: read the file, then parse it once and report how far
+// the peak resident set rose.
+int measureRss(const Library &lib, const std::string &path) {
+    bool ok = false;
+    std::string text;
+    {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        text = ss.str();
+        ok = !text.empty();
+    }
+    if (!ok) return 1;
+    {
+        std::ofstream clear("/proc/self/clear_refs");
+        clear << "5";
+    }
+    long before = statusKb("VmRSS:");
+    void *tree = lib.parse(text);
+    long peak = statusKb("VmHWM:");
+    std::printf("%f\n", tree != nullptr ? static_cast<double>(peak - before) * 1024.0 : -1.0);
+    return 0;
+}
+
+std::string selfPath;  // this program, to start it again for a measurement
 
 Figures measure(const Library &lib, const std::string &text, int runs) {
     Figures f;
@@ -115,7 +133,7 @@ Figures measure(const Library &lib, const std::string &text, int runs) {
     f.parseSeconds = median(parseTimes);
     f.parseMBs = mb / f.parseSeconds;
     f.printMBs = mb / median(printTimes);
-    f.rssRatio = peakGrowth(lib, text);
+    f.rssRatio = peakGrowth(selfPath.c_str(), lib.name, text);
     return f;
 }
 
@@ -232,10 +250,17 @@ int main(int argc, char **argv) {
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--quick") == 0)
             quick = true;
+        else if (std::strcmp(argv[i], "--rss") == 0)
+            files.push_back("--rss");
         else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
             runs = std::atoi(argv[++i]);
         else
             files.push_back(argv[i]);
+    }
+    {
+        char self[4096];
+        ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+        selfPath.assign(self, n > 0 ? static_cast<size_t>(n) : 0);
     }
     VQXML_xmlInit();
     xmlInitParser();
@@ -243,6 +268,11 @@ int main(int argc, char **argv) {
     const Library libs[] = {{"vqxml", vqParse, vqPrint, vqRelease},
                             {"libxml2", x2Parse, x2Print, x2Release},
                             {"pugixml", pgParse, pgPrint, pgRelease}};
+    if (files.size() == 3 && files[0] == "--rss") {
+        for (const auto &lib : libs)
+            if (files[1] == lib.name) return measureRss(lib, files[2]);
+        return 1;
+    }
 
     std::vector<bench::Corpus> inputs;
     if (files.empty()) {
