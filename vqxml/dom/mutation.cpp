@@ -659,19 +659,22 @@ extern "C" int hierarchyErr(VQHANDLE parent, VQHANDLE child) {
 // ---- linking in ----------------------------------------------------------------
 
 extern "C" VQHANDLE VQDOM_appendChild(VQHANDLE parent, VQHANDLE newChild) {
-    if (!validHandle(parent) || !validHandle(newChild) || asNode(parent) == nullptr ||
-        asNode(newChild) == nullptr)
-        return refuse(0, newChild);
-    if (asNode(parent)->ownerDocument != asNode(newChild)->ownerDocument)
-        return refuse(kWrongDocumentErr, newChild);
-    if (typeOf(newChild) == VQXML_DOCUMENT_FRAGMENT_NODE) {
+    if (!validHandle(parent) || !validHandle(newChild)) return refuse(0, newChild);
+    // Nothing below allocates before the final step, so the records stay put.
+    const Node *p = asNode(parent);
+    const Node *c = asNode(newChild);
+    if (p == nullptr || c == nullptr) return refuse(0, newChild);
+    if (p->ownerDocument != c->ownerDocument) return refuse(kWrongDocumentErr, newChild);
+    const int type = c->nodeType;
+    if (type == VQXML_DOCUMENT_FRAGMENT_NODE) {
         if (fragmentIntoItself(parent, newChild)) return refuse(kHierarchyRequestErr, newChild);
-        return spliceFragment(newChild, [parent](VQHANDLE c) { VQDOM_appendChild(parent, c); });
+        return spliceFragment(newChild, [parent](VQHANDLE child) { VQDOM_appendChild(parent, child); });
     }
     if (hierarchyErr(parent, newChild)) return refuse(0, newChild);
-    if (asNode(newChild)->parentNode != 0) removeNode(newChild);
+    if (c->parentNode != 0) removeNode(newChild);
     linkLast(parent, newChild);
-    appendToMaps(newChild);
+    // Only entities and notations are entered into the document type's maps.
+    if (type == VQXML_ENTITY_NODE || type == VQXML_NOTATION_NODE) appendToMaps(newChild);
     return newChild;
 }
 

@@ -188,7 +188,18 @@ std::string_view dsView(VQHANDLE ds) {
 }
 
 VQHANDLE createDSView(VQHANDLE document, std::string_view text) {
-    return buildDS(document, {Piece(docOf(document), text.data(), text.size())});
+    const DocArea *a = docHead[docOf(document)];
+    const auto at = reinterpret_cast<uintptr_t>(text.data());
+    if (a != nullptr && at >= reinterpret_cast<uintptr_t>(a) &&
+        at < reinterpret_cast<uintptr_t>(a) + static_cast<uintptr_t>(a->size))
+        return buildDS(document, {Piece(docOf(document), text.data(), text.size())});
+    // Text from outside the area cannot move while the block is taken.
+    const VQHANDLE fresh = allocDS(document, static_cast<int64_t>(text.size()) + 1);
+    if (fresh == 0) return 0;
+    char *out = static_cast<char *>(payload(fresh));
+    if (!text.empty()) std::memcpy(out, text.data(), text.size());
+    out[text.size()] = '\0';
+    return fresh;
 }
 
 }  // namespace vqxml
