@@ -174,10 +174,10 @@ extern "C" void VQDOM_replaceData(VQHANDLE h, uint64_t offset, uint64_t count, V
         nullPointer("replaceData");
         return;
     }
-    if (n != nullptr) {
-        if (!liveHandle(value)) {
-            nullPointer("replaceData");
-        } else if (offset > lengthOf(value)) {
+    // A node without a value takes the data and reports nothing: only a
+    // missing replacement is reported.
+    if (n != nullptr && liveHandle(value)) {
+        if (offset > lengthOf(value)) {
             indexError(lengthOf(value), offset);
         } else {
             splice(value, offset, clipped(lengthOf(value), offset, count), data);

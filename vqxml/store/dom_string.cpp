@@ -145,16 +145,18 @@ Escaped escape(std::string_view src, const EscapeTable &table, char *out, int64_
     return {total, w - out};
 }
 
-// Invalid DS in an escaping copy: nothing to write but the terminator.
-int64_t terminateOnly(char **cursor, int64_t size) {
-    if (size > 0 && cursor != nullptr && *cursor != nullptr) **cursor = '\0';
+// Invalid DS in an escaping copy: nothing to write but, when `terminate`,
+// the terminator at the write position.
+int64_t terminateOnly(char **cursor, bool terminate) {
+    if (terminate && cursor != nullptr && *cursor != nullptr) **cursor = '\0';
     return 0;
 }
 
 // The copy whose terminator goes right after the text, when the whole
 // text fits in the size - 1 bytes of room.
 int64_t copyTerminatedAfter(VQHANDLE ds, char **cursor, int64_t size, const EscapeTable &table) {
-    if (!validHandle(ds)) return terminateOnly(cursor, size);
+    // A negative size only measures, so it stores nothing at all.
+    if (!validHandle(ds)) return terminateOnly(cursor, size > 0);
     char *start = cursor != nullptr ? *cursor : nullptr;
     const Escaped r = escape(dsView(ds), table, start, size - 1);
     if (start == nullptr) return r.total;
@@ -166,7 +168,8 @@ int64_t copyTerminatedAfter(VQHANDLE ds, char **cursor, int64_t size, const Esca
 // The copy that always ends its size-byte buffer with a NUL, wherever the
 // text stops.
 int64_t copyTerminatedAtEnd(VQHANDLE ds, char **cursor, int64_t size, const EscapeTable &table) {
-    if (!validHandle(ds)) return terminateOnly(cursor, size);
+    // Any size but 0 terminates, as for VQDOM_cpyDS.
+    if (!validHandle(ds)) return terminateOnly(cursor, size != 0);
     char *start = cursor != nullptr ? *cursor : nullptr;
     const Escaped r = escape(dsView(ds), table, start, size - 1);
     if (start == nullptr) return r.total;
