@@ -334,26 +334,26 @@ VQHANDLE parseXmlDecl(Source *s) {
     // A missing version is reported but does not stop the parse by itself.
     const VQHANDLE version = parseWordEqual(s, "version") ? parseVersionInfo(s) : 0;
     rec<XmlDecl>(decl)->version = version;
-    if (parseSpace(s, 0)) {
-        bool spaced = true;
-        if (cur(s) == 'e') {
-            const VQHANDLE encoding = parseWordEqual(s, "encoding") ? parseEncodingDecl(s) : 0;
-            if (encoding == 0) return fail();
-            rec<XmlDecl>(decl)->encoding = encoding;
-            spaced = parseSpace(s, 0) != 0;
+    // The standalone check follows whether or not a space followed the
+    // version; only an encoding without a space behind it skips it.
+    bool standaloneMayFollow = true;
+    if (parseSpace(s, 0) && cur(s) == 'e') {
+        const VQHANDLE encoding = parseWordEqual(s, "encoding") ? parseEncodingDecl(s) : 0;
+        if (encoding == 0) return fail();
+        rec<XmlDecl>(decl)->encoding = encoding;
+        standaloneMayFollow = parseSpace(s, 0) != 0;
+    }
+    if (standaloneMayFollow && cur(s) == 's') {
+        if (!parseWordEqual(s, "standalone")) return fail();
+        const VQHANDLE standalone = parseLiteral(s, isEnglishLetter, "standalone");
+        if (standalone == 0) return fail();
+        const std::string_view value = dsView(standalone);
+        if (value != "yes" && value != "no") {
+            report(s, kExpected, "yes/no");
+            VQDOM_deleteDS(standalone);
+            return fail();
         }
-        if (spaced && cur(s) == 's') {
-            if (!parseWordEqual(s, "standalone")) return fail();
-            const VQHANDLE standalone = parseLiteral(s, isEnglishLetter, "standalone");
-            if (standalone == 0) return fail();
-            const std::string_view value = dsView(standalone);
-            if (value != "yes" && value != "no") {
-                report(s, kExpected, "yes/no");
-                VQDOM_deleteDS(standalone);
-                return fail();
-            }
-            rec<XmlDecl>(decl)->standalone = standalone;
-        }
+        rec<XmlDecl>(decl)->standalone = standalone;
     }
     parseSpace(s, 0);
     if (!parseCharErr(s, '?') || !parseCharErr(s, '>')) return fail();
@@ -758,6 +758,7 @@ extern "C" int parsePEReference(Source *source, VQHANDLE entityReference, int se
     } else {
         VQDOM_deleteDS(name);
     }
+    if (!vqxml::entitySourceAllowed(source->line, entity)) return 0;
     return parsePE(source->document, entity, entityReference);
 }
 
