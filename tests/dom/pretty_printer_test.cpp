@@ -11,21 +11,9 @@
 
 namespace {
 
-class PrettyPrinter : public vqtest::LibraryTest {
+class PrettyPrinter : public vqtest::DocumentTest {
 protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        doc = VQDOM_createDocument();
-        ASSERT_NE(doc, 0u);
-    }
 
-    VQHANDLE s(const char *text) { return vqtest::ds(doc, text); }
-    VQHANDLE el(const char *name) { return VQDOM_createElement(doc, s(name)); }
-    VQHANDLE text(const char *t) { return VQDOM_createTextNode(doc, s(t)); }
-    VQHANDLE add(VQHANDLE parent, VQHANDLE child) {
-        EXPECT_EQ(VQDOM_appendChild(parent, child), child);
-        return child;
-    }
 
     // The pretty text of a node at `indent`, checked to fit and be terminated.
     std::string pretty(VQHANDLE n, int32_t indent = 0) {
@@ -67,7 +55,6 @@ protected:
         return out;
     }
 
-    VQHANDLE doc = 0;
 };
 
 TEST_F(PrettyPrinter, NestedElementsAndWhatStaysInline) {

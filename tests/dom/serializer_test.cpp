@@ -15,22 +15,9 @@ using vqtest::Err;
 
 // Builds trees in one document with the DOM functions; declaration fields
 // that only the DTD parser sets are written straight into the records.
-class Serializer : public vqtest::LibraryTest {
+class Serializer : public vqtest::DocumentTest {
 protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        doc = VQDOM_createDocument();
-        ASSERT_NE(doc, 0u);
-    }
 
-    VQHANDLE s(const char *text) { return vqtest::ds(doc, text); }
-    VQHANDLE el(const char *name) { return VQDOM_createElement(doc, s(name)); }
-    VQHANDLE text(const char *t) { return VQDOM_createTextNode(doc, s(t)); }
-    VQHANDLE ref(const char *name) { return VQDOM_createEntityReference(doc, s(name)); }
-    VQHANDLE add(VQHANDLE parent, VQHANDLE child) {
-        EXPECT_EQ(VQDOM_appendChild(parent, child), child);
-        return child;
-    }
     void attr(VQHANDLE e, const char *name, const char *value) {
         VQDOM_setAttribute(e, s(name), s(value));
     }
@@ -87,7 +74,6 @@ protected:
         return buf;
     }
 
-    VQHANDLE doc = 0;
 };
 
 TEST_F(Serializer, ElementsAttributesAndText) {

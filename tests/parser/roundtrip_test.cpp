@@ -8,12 +8,7 @@ using vqtest::LibraryTest;
 
 namespace {
 
-std::string print(VQHANDLE node) {
-    std::string out(1 << 16, '\0');
-    const int32_t n = VQXML_printNode(node, out.data(), static_cast<int32_t>(out.size()));
-    out.resize(n < 0 ? 0 : static_cast<size_t>(n));
-    return out;
-}
+using vqtest::print;
 
 // The first print of `text`; the print of that print must be the same.
 std::string settled(const std::string &text) {

@@ -52,6 +52,19 @@ void LibraryTest::TearDown() {
     VQXML_resetErrorList();
 }
 
+void DocumentTest::SetUp() {
+    LibraryTest::SetUp();
+    doc = VQDOM_createDocument();
+    ASSERT_NE(doc, 0u);
+}
+
+std::string print(VQHANDLE node) {
+    std::string out(1 << 16, '\0');
+    const int32_t n = VQXML_printNode(node, out.data(), static_cast<int32_t>(out.size()));
+    out.resize(n < 0 ? 0 : static_cast<size_t>(n));
+    return out;
+}
+
 TraceCapture::TraceCapture(char level)
     : savedHandle_(XmlTraceHandle), savedFlag_(XmlTraceFlag) {
     char path[] = "/tmp/vqxml-trace-XXXXXX";

@@ -37,6 +37,25 @@ protected:
     void TearDown() override;
 };
 
+// A fresh library and one empty document to build in, with short helpers.
+class DocumentTest : public LibraryTest {
+protected:
+    void SetUp() override;
+    VQHANDLE s(const char *text) const { return VQDOM_createDS(doc, text); }
+    VQHANDLE el(const char *name) const { return VQDOM_createElement(doc, s(name)); }
+    VQHANDLE text(const char *t) const { return VQDOM_createTextNode(doc, s(t)); }
+    VQHANDLE ref(const char *name) const { return VQDOM_createEntityReference(doc, s(name)); }
+    // Appends and expects the insertion to succeed.
+    VQHANDLE add(VQHANDLE parent, VQHANDLE child) const {
+        EXPECT_EQ(VQDOM_appendChild(parent, child), child);
+        return child;
+    }
+    VQHANDLE doc = 0;
+};
+
+// The compact text of a node (from a buffer large enough for the tests).
+std::string print(VQHANDLE node);
+
 // Captures trace lines written while it lives (trace flag as given).
 class TraceCapture {
 public:
