@@ -15,6 +15,7 @@
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
+#include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 
 namespace vqxml {
@@ -32,6 +33,7 @@ VQHANDLE attributeMapOf(VQHANDLE element) {
 
 // The first item of the map whose node's name is `name`, or 0.
 VQHANDLE itemNamed(VQHANDLE map, std::string_view name) {
+    if (VQHANDLE found; indexedItem(map, name, &found)) return found;
     const NamedNodeMap *m = aux<NamedNodeMap>(map);
     for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0;) {
         const ListItem *item = aux<ListItem>(it);
@@ -184,9 +186,19 @@ VQHANDLE setNamedItem(VQHANDLE map, VQHANDLE h, bool lookup) {
         domError(kInuseAttributeErr, nullptr);
         return 0;
     }
-    const Node *owner = asNode(aux<NamedNodeMap>(map)->owner);
+    const VQHANDLE ownerHandle = aux<NamedNodeMap>(map)->owner;
+    const Node *owner = asNode(ownerHandle);
     if (owner == nullptr || owner->ownerDocument != n->ownerDocument) {
         domError(kWrongDocumentErr, nullptr);
+        VQDOM_deleteNode(h);
+        return 0;
+    }
+    // An attribute whose value holds (through an entity reference) the very
+    // element it would be given to would make the tree a cycle, which no
+    // copy or walk could finish; it is refused like a node made its own
+    // child.
+    if (isAncestorOrSelf(h, ownerHandle)) {
+        domError(kHierarchyRequestErr, nullptr);
         VQDOM_deleteNode(h);
         return 0;
     }
@@ -393,6 +405,25 @@ extern "C" void addDefaultAttributes(VQHANDLE element) {
     const VQHANDLE doctype = VQDOM_getDoctype(e->ownerDocument);
     if (doctype == 0) return;
     ++defaultNesting;
+    // While a parse runs (copies of elements included) the definitions with
+    // a default come from an index, in the walk's order, rather than from a
+    // walk over all declarations for every element.
+    if (const VQHANDLE name = asNode(element)->nodeName; liveHandle(name)) {
+        VQHANDLE local[16];
+        int32_t n = indexedDefaults(doctype, dsView(name), local, 16);
+        DbgPtr<VQHANDLE> heap;
+        VQHANDLE *defs = local;
+        if (n > 16) {
+            heap.reset(static_cast<VQHANDLE *>(dbg_malloc(sizeof(VQHANDLE) * static_cast<size_t>(n), "nameIndex")));
+            defs = heap.get();
+            if (defs == nullptr || indexedDefaults(doctype, dsView(asNode(element)->nodeName), defs, n) != n) n = -1;
+        }
+        if (n >= 0) {
+            for (int32_t i = 0; i < n; ++i) setDefaultAttribute(element, defs[i]);
+            --defaultNesting;
+            return;
+        }
+    }
     for (VQHANDLE decl = getFirstMarkupDecl(doctype, VQXML_ATTLIST_DECL_NODE); decl != 0;
          decl = getNextMarkupDecl(decl)) {
         const VQHANDLE declName = asNode(decl)->nodeName;

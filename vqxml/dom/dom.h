@@ -92,10 +92,19 @@ private:
         VQHANDLE definition;
         VQHANDLE attributeName;
         int32_t next;  // next definition for the same element name, -1 at the end
+        int32_t nextDefault;  // next one of them that has a default, -1 at the end
     };
     struct Bucket {
         VQHANDLE elementName;  // 0 = empty
         int32_t head, tail;
+        int32_t defaultHead, defaultTail;  // the definitions with a default
+    };
+    // The first definition of an attribute name for one element name, so
+    // that an element with many attributes under a long ATTLIST does not
+    // cost their product.
+    struct Pair {
+        int32_t entry;  // -1 = empty
+        int32_t bucket;
     };
     const Bucket *find(std::string_view element) const;
 
@@ -103,10 +112,28 @@ private:
     int32_t count_ = 0;
     Bucket *buckets_ = nullptr;
     uint32_t mask_ = 0;
+    Pair *pairs_ = nullptr;
+    uint32_t pairMask_ = 0;
 };
+
+// True when `node` is `holder` or lies above it, by parent links or by way
+// of an attribute map: linking `node` below `holder` would make a cycle.
+bool isAncestorOrSelf(VQHANDLE node, VQHANDLE holder);
 
 // addDefaultAttributes with the definitions given in order.
 void addDefaultAttributesFrom(VQHANDLE element, const VQHANDLE *definitions, int32_t count);
+
+// A limit on what copies may add to document areas, for code that copies on
+// behalf of untrusted input (the parser's entity references and default
+// attributes). While one is installed, VQDOM_cloneNodeDoc charges the bytes
+// each step of an outermost copy adds to the target area against `left`;
+// once that is spent the copy stops, deletes what it had made and returns
+// 0, and so does every later copy until the meter is removed.
+struct CloneMeter {
+    int64_t left;
+    bool spent;
+};
+extern CloneMeter *cloneMeter;
 
 }  // namespace vqxml
 

@@ -94,20 +94,58 @@ bool allowedChild(VQHANDLE parent, int parentType, VQHANDLE child, int childType
     return true;
 }
 
-// True when `child` is `parent` or one of its ancestors. A node without
-// children can only be the parent itself, which spares the walk up for the
-// common case of appending fresh leaves to a deep tree.
+// The node one level above `n`: its parent or, for a node that has none but
+// sits in a map (an attribute), the map's owner. An attribute's children may
+// be entity references holding elements, so a node can lie below an element
+// by way of that element's attributes; walking these links passes every
+// node it lies below.
+VQHANDLE holderOf(const Node *n) {
+    if (n->parentNode != 0) return n->parentNode;
+    const NamedNodeMap *m = aux<NamedNodeMap>(n->containingMap);
+    return m != nullptr ? m->owner : 0;
+}
+
+// Whether the children of `n` are at most one text node, which can hold
+// nothing below it.
+bool holdsOnlyText(const Node *n) {
+    if (n->firstChild == 0) return true;
+    const Node *c = asNode(n->firstChild);
+    return c != nullptr && c->nodeType == VQXML_TEXT_NODE && n->firstChild == n->lastChild;
+}
+
+// Whether a node could lie below `n`: `n` has more than a lone text child,
+// or one of its attributes has. The common leaves (an element with a text
+// and plain attributes) need no walk.
+bool mayHoldNodes(const Node *n) {
+    if (!holdsOnlyText(n)) return true;
+    const NamedNodeMap *m = aux<NamedNodeMap>(n->attributes);
+    for (const ListItem *item = m != nullptr ? aux<ListItem>(m->firstItem) : nullptr; item != nullptr;
+         item = aux<ListItem>(item->nextItem)) {
+        const Node *a = asNode(item->node);
+        if (a != nullptr && !holdsOnlyText(a)) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+// True when `child` is `parent` or lies above it (through parents and
+// attribute maps), so that linking it below `parent` would make a cycle. A
+// node that can hold nothing can only be the parent itself, which spares
+// the walk up for the common case of appending fresh leaves to a deep tree.
 bool isAncestorOrSelf(VQHANDLE child, VQHANDLE parent) {
     if (child == parent) return true;
-    if (const Node *c = asNode(child); c != nullptr && c->firstChild == 0) return false;
+    if (const Node *c = asNode(child); c != nullptr && !mayHoldNodes(c)) return false;
     for (VQHANDLE p = parent; p != 0;) {
         if (p == child) return true;
         const Node *n = asNode(p);
         if (n == nullptr) break;
-        p = n->parentNode;
+        p = holderOf(n);
     }
     return false;
 }
+
+namespace {
 
 // ---- linking ---------------------------------------------------------------
 
@@ -834,19 +872,49 @@ extern "C" VQHANDLE VQDOM_cloneNode(VQHANDLE h, int deep) {
     return doc;
 }
 
+CloneMeter *vqxml::cloneMeter = nullptr;
+
+namespace {
+
+// Copies started while another one runs (the default attributes of a copied
+// element): their growth is part of the outer copy's step and charged there.
+int cloneNesting = 0;
+
+struct CloneNesting {
+    CloneNesting() { ++cloneNesting; }
+    ~CloneNesting() { --cloneNesting; }
+};
+
+int64_t areaBytes(VQHANDLE doc) {
+    const DocArea *a = docHead[doc & 255];
+    return a != nullptr ? a->dbgSize : 0;
+}
+
+}  // namespace
+
 extern "C" VQHANDLE VQDOM_cloneNodeDoc(VQHANDLE h, int deep, VQHANDLE targetDoc) {
+    CloneMeter *const meter = cloneMeter;
+    if (meter != nullptr && meter->spent) return 0;
+    const bool charging = meter != nullptr && cloneNesting == 0;
+    const CloneNesting nesting;
     CloneStack stack;
     stack.push(h, deep != 0);
     while (true) {
         bool pushFailed = false;
         CloneFrame &f = stack.top();
-        if (stepClone(f, targetDoc, stack, pushFailed)) {
-            if (!pushFailed) continue;
-            // Out of memory for frames: every clone under way is unlinked
-            // and goes; the copy fails as a whole.
+        const int64_t before = charging ? areaBytes(targetDoc) : 0;
+        const bool more = stepClone(f, targetDoc, stack, pushFailed);
+        if (charging) {
+            meter->left -= areaBytes(targetDoc) - before;
+            if (meter->left < 0) meter->spent = true;
+        }
+        if (pushFailed || (meter != nullptr && meter->spent)) {
+            // Out of memory for frames, or over the meter: every clone under
+            // way is unlinked and goes; the copy fails as a whole.
             for (size_t i = stack.size(); i-- > 0;) VQDOM_deleteNode(stack.at(i).clone);
             return 0;
         }
+        if (more) continue;
         const VQHANDLE result = f.clone;
         stack.pop();
         if (stack.empty()) return result;

@@ -25,8 +25,8 @@ void orInto(const char *chars, uint16_t mask) {
 }  // namespace
 
 extern "C" void initChType(void) {
-    chType['\t'] = 0x0009;
-    chType['\n'] = chType['\r'] = chType[' '] = 0x0209;
+    chType[9] = 0x0009;                                    // TAB
+    chType[10] = chType[13] = chType[32] = 0x0209;         // LF, CR, SPACE
     for (int c = 33; c <= 127; ++c) chType[c] = 0x001;
     for (int c = 'A'; c <= 'Z'; ++c) chType[c] |= 0x3D0;
     for (int c = 'a'; c <= 'z'; ++c) chType[c] |= 0x3D0;

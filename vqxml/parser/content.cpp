@@ -65,7 +65,6 @@ constexpr int64_t kUnexpectedEnd = 1001941;
 constexpr int64_t kEndTagMissing = 1001942;
 constexpr int64_t kIllegalSequence = 1001943;
 constexpr int64_t kNestedTooDeep = 1001944;
-constexpr int64_t kExpansionTooLarge = 1001945;
 
 // ---- byte classes for the direct scanners ---------------------------------
 
@@ -505,68 +504,18 @@ unsigned predefinedEntity(std::string_view name) {
     return 0;
 }
 
-// ---- entity expansion budget ----------------------------------------------------
+// ---- entity expansion ----------------------------------------------------------
 
-// Each reference to a declared entity copies the entity's whole subtree, and
-// an entity may name others many times, so a small text could otherwise
-// expand without limit. Every parse call may expand a fixed allowance plus
-// a multiple of its input's size; beyond that the reference fails with
-// 1001945.
-constexpr int64_t kExpansionAllowance = int64_t{64} << 20;
-constexpr int64_t kExpansionPerInputByte = 8;
-int64_t expansionLeft = kExpansionAllowance;
-int64_t expansionLimit = kExpansionAllowance;
-
-void resetExpansionBudget(const char *text) {
-    expansionLimit = kExpansionAllowance + kExpansionPerInputByte * static_cast<int64_t>(std::strlen(text));
-    expansionLeft = expansionLimit;
-}
-
-int64_t textSize(VQHANDLE ds) { return static_cast<int64_t>(vqxml::dsView(ds).size()); }
-
-// The bytes an entity's subtree stands for (names, values and attribute
-// values), counted only up to `limit`; walked without recursion.
-int64_t expandedSize(VQHANDLE entity, int64_t limit) {
-    int64_t total = 0;
-    VQHANDLE n = node(entity)->firstChild;
-    while (liveHandle(n) && total <= limit) {
-        const Node *r = node(n);
-        total += 1 + textSize(r->nodeName) + textSize(r->nodeValue);
-        if (r->nodeType == VQXML_ELEMENT_NODE && liveHandle(r->attributes)) {
-            for (VQHANDLE item = rec<NamedNodeMap>(r->attributes)->firstItem; liveHandle(item);
-                 item = rec<ListItem>(item)->nextItem) {
-                const VQHANDLE attr = rec<ListItem>(item)->node;
-                if (liveHandle(attr)) total += textSize(node(attr)->nodeName) + textSize(node(attr)->nodeValue);
-            }
-        }
-        if (liveHandle(r->firstChild)) {
-            n = r->firstChild;
-            continue;
-        }
-        // Climb to the next sibling of the nearest ancestor below the entity.
-        while (n != entity && liveHandle(n) && !liveHandle(node(n)->nextSibling)) n = node(n)->parentNode;
-        if (n == entity || !liveHandle(n)) break;
-        n = node(n)->nextSibling;
-    }
-    return total;
-}
-
-// Copies the children of a declared entity into a reference to it.
+// Copies the children of a declared entity into a reference to it. The
+// copies are charged to the parse's budget (ParseBudget), which stops them
+// once it is spent; the reference then fails with 1001945.
 bool expandEntity(Source *s, VQHANDLE entity, VQHANDLE reference) {
-    const int64_t size = expandedSize(entity, expansionLeft);
-    if (size > expansionLeft) {
-        char limit[32];
-        std::snprintf(limit, sizeof limit, "%lld", static_cast<long long>(expansionLimit));
-        report(s, kExpansionTooLarge, limit);
-        return false;
-    }
-    expansionLeft -= size;
     for (VQHANDLE child = node(entity)->firstChild; liveHandle(child);) {
         const VQHANDLE copy = VQDOM_cloneNode(child, 1);
         if (copy != 0) VQDOM_appendChild(reference, copy);
         child = node(child)->nextSibling;
     }
-    return true;
+    return !vqxml::copyBudgetSpent(s);
 }
 
 // ---- references ------------------------------------------------------------------
@@ -799,27 +748,122 @@ VQHANDLE cdataSection(Source *s, ByteBuffer &buffer) {
 
 // ---- elements and content ----------------------------------------------------------------
 
-// A small set of names with false positives only: "certainly absent" lets
-// a start tag enter an attribute without searching the element's map.
-class NameFilter {
+// The attributes of the element being read, by name: the map item that
+// holds each. A new name is appended without searching the element's map,
+// and a repeated one replaces the earlier attribute without searching for
+// its item, so that an element with many (or many repeated) attributes
+// costs linear time. When memory for growing the table is short, it answers
+// "unknown" from then on and the map is searched as usual.
+class AttributeNames {
 public:
-    void add(std::string_view name) {
-        const uint32_t b = bit(name);
-        bits_[b / 64] |= uint64_t{1} << (b % 64);
+    enum Seen { kNo, kYes, kUnknown };
+
+    AttributeNames() = default;
+    ~AttributeNames() {
+        if (slots_ != inline_) dbg_free(slots_);
     }
-    bool mayHold(std::string_view name) const {
-        const uint32_t b = bit(name);
-        return (bits_[b / 64] >> (b % 64) & 1) != 0;
+    AttributeNames(const AttributeNames &) = delete;
+    AttributeNames &operator=(const AttributeNames &) = delete;
+
+    // Records that `item` holds the attribute named `name` (replacing an
+    // earlier item of that name).
+    void add(std::string_view name, VQHANDLE item) {
+        if (saturated_) return;
+        if (2 * (count_ + 1) > capacity_ && !grow()) {
+            saturated_ = true;
+            return;
+        }
+        insert(hash(name), item, name);
     }
+    // The item holding the attribute named `name`; with kYes, `slot` is
+    // where the table keeps it.
+    Seen find(std::string_view name, VQHANDLE *item, size_t *slot) const {
+        if (saturated_) return kUnknown;
+        const uint64_t h = hash(name);
+        for (size_t i = h & (capacity_ - 1); slots_[i].hash != 0; i = (i + 1) & (capacity_ - 1)) {
+            if (slots_[i].hash == h && nameOf(slots_[i].item) == name) {
+                *item = slots_[i].item;
+                *slot = i;
+                return kYes;
+            }
+        }
+        return kNo;
+    }
+    // The attribute that find() reported at `slot` is now held by `item`.
+    // (The table never keeps an item that has been freed.)
+    void replace(size_t slot, VQHANDLE item) { slots_[slot].item = item; }
 
 private:
-    static uint32_t bit(std::string_view name) {
-        uint32_t h = 2166136261u;
-        for (unsigned char c : name) h = (h ^ c) * 16777619u;
-        return (h ^ (h >> 16)) & 255;
+    struct Slot {
+        uint64_t hash;  // 0 = empty
+        VQHANDLE item;
+    };
+    // FNV-1a with its bits mixed (names that differ in their last digits
+    // must not crowd one stretch of the table); never 0.
+    static uint64_t hash(std::string_view name) {
+        uint64_t h = 14695981039346656037u;
+        for (unsigned char c : name) h = (h ^ c) * 1099511628211u;
+        h ^= h >> 33;
+        h *= 0xff51afd7ed558ccdu;
+        h ^= h >> 33;
+        return h | 1;
     }
-    uint64_t bits_[4] = {0, 0, 0, 0};
+    static std::string_view nameOf(VQHANDLE item) {
+        if (vqxml::liveNode(item, sizeof(ListItem)) == nullptr) return {};
+        const Node *a = vqxml::typedNode(rec<ListItem>(item)->node);
+        return a != nullptr ? vqxml::dsView(a->nodeName) : std::string_view();
+    }
+    void insert(uint64_t h, VQHANDLE item, std::string_view name) {
+        size_t i = h & (capacity_ - 1);
+        while (slots_[i].hash != 0 && !(slots_[i].hash == h && nameOf(slots_[i].item) == name))
+            i = (i + 1) & (capacity_ - 1);
+        if (slots_[i].hash == 0) ++count_;
+        slots_[i] = {h, item};
+    }
+    bool grow() {
+        const size_t capacity = capacity_ * 2;
+        auto *fresh = static_cast<Slot *>(dbg_malloc(capacity * sizeof(Slot), "parseNames"));
+        if (fresh == nullptr) return false;
+        std::memset(static_cast<void *>(fresh), 0, capacity * sizeof(Slot));
+        Slot *old = slots_;
+        const size_t oldCapacity = capacity_;
+        slots_ = fresh;
+        capacity_ = capacity;
+        for (size_t i = 0; i < oldCapacity; ++i) {
+            if (old[i].hash == 0) continue;
+            size_t j = old[i].hash & (capacity_ - 1);
+            while (slots_[j].hash != 0) j = (j + 1) & (capacity_ - 1);
+            slots_[j] = old[i];
+        }
+        if (old != inline_) dbg_free(old);
+        return true;
+    }
+
+    Slot inline_[16] = {};
+    Slot *slots_ = inline_;
+    size_t capacity_ = 16;
+    size_t count_ = 0;
+    bool saturated_ = false;
 };
+
+// Takes a replaced attribute out of its element's map, its item being
+// known, and deletes it: what removeNode and VQDOM_deleteNode do to it,
+// without searching the map for the item.
+void dropReplaced(VQHANDLE map, VQHANDLE item) {
+    const ListItem it = *rec<ListItem>(item);
+    NamedNodeMap *m = rec<NamedNodeMap>(map);
+    if (it.previousItem != 0)
+        rec<ListItem>(it.previousItem)->nextItem = it.nextItem;
+    else
+        m->firstItem = it.nextItem;
+    if (it.nextItem != 0)
+        rec<ListItem>(it.nextItem)->previousItem = it.previousItem;
+    else
+        m->lastItem = it.previousItem;
+    myFree(item);
+    if (Node *a = vqxml::typedNode(it.node)) a->containingMap = 0;
+    VQDOM_deleteNode(it.node);
+}
 
 class ContentParser {
 public:
@@ -838,7 +882,7 @@ public:
 
 private:
     VQHANDLE startTag(bool &empty);
-    bool attribute(VQHANDLE element, NameFilter &seen);
+    bool attribute(VQHANDLE element, AttributeNames &seen);
     bool endTag(VQHANDLE element);
     bool flush(VQHANDLE parent);
     bool markup(VQHANDLE parent, unsigned second);
@@ -847,6 +891,12 @@ private:
     // The attribute definitions by element name, built on first use; null
     // without a document type (or when it cannot be indexed).
     const vqxml::DtdIndex *dtd() {
+        // Within a parse call the declaration indexes of the store answer
+        // these lookups (findAttDefDS, addDefaultAttributes) and follow a
+        // document type that is still growing; building this index for
+        // every entity value parsed inside the DTD would cost the length of
+        // the DTD each time.
+        if (vqxml::ParseBudget::active() != nullptr) return nullptr;
         if (!dtdTried_) {
             dtdTried_ = true;
             dtdReady_ = doctype_ != 0 && dtdIndex_.build(doctype_);
@@ -888,14 +938,19 @@ VQHANDLE ContentParser::startTag(bool &empty) {
         index->addDefaults(el, vqxml::dsView(node(el)->nodeName));
     else
         addDefaultAttributes(el);
+    // Defaults are copies too, charged to the parse's budget.
+    if (vqxml::copyBudgetSpent(s_)) {
+        VQDOM_deleteNode(el);
+        return 0;
+    }
     // Names already in the element's map (DTD defaults, earlier attributes),
     // so that most attributes can be entered without searching the map.
-    NameFilter seen;
+    AttributeNames seen;
     const VQHANDLE mapHandle = node(el)->attributes;
     if (const auto *map = reinterpret_cast<const NamedNodeMap *>(vqxml::liveNode(mapHandle, sizeof(NamedNodeMap)))) {
         for (VQHANDLE it = map->firstItem; vqxml::liveNode(it, sizeof(ListItem)) != nullptr;
              it = rec<ListItem>(it)->nextItem)
-            if (const Node *a = vqxml::typedNode(rec<ListItem>(it)->node)) seen.add(vqxml::dsView(a->nodeName));
+            if (const Node *a = vqxml::typedNode(rec<ListItem>(it)->node)) seen.add(vqxml::dsView(a->nodeName), it);
     }
     // Each attribute must follow a space; whatever is not a name start ends
     // the list.
@@ -925,7 +980,7 @@ VQHANDLE ContentParser::startTag(bool &empty) {
     return el;
 }
 
-bool ContentParser::attribute(VQHANDLE el, NameFilter &seen) {
+bool ContentParser::attribute(VQHANDLE el, AttributeNames &seen) {
     const VQHANDLE name = nameDS(s_, names_);
     const VQHANDLE attr = name != 0 ? VQDOM_createAttribute(doc_, name) : 0;
     if (attr == 0) return false;
@@ -954,11 +1009,23 @@ bool ContentParser::attribute(VQHANDLE el, NameFilter &seen) {
     if (attributeValue(s_, attr, attDef, valueBuffer_, names_) == 0) return false;
     // A repeated name replaces the earlier value.
     const std::string_view text = vqxml::dsView(attrName);
-    if (!seen.mayHold(text)) {
-        seen.add(text);
-        vqxml::appendAbsentAttribute(el, attr);
-    } else if (const VQHANDLE displaced = VQDOM_setAttributeNode(el, attr); displaced != 0) {
-        VQDOM_deleteNode(displaced);
+    VQHANDLE earlier = 0;
+    size_t slot = 0;
+    const AttributeNames::Seen known = seen.find(text, &earlier, &slot);
+    if (known == AttributeNames::kUnknown) {
+        if (const VQHANDLE displaced = VQDOM_setAttributeNode(el, attr); displaced != 0) VQDOM_deleteNode(displaced);
+        return true;
+    }
+    // The new attribute goes to the end of the map; one it replaces leaves.
+    const VQHANDLE map = node(el)->attributes;
+    vqxml::appendAbsentAttribute(el, attr);
+    if (vqxml::typedNode(attr) == nullptr || node(attr)->containingMap != map) return true;  // refused, and gone
+    const VQHANDLE item = rec<NamedNodeMap>(map)->lastItem;
+    if (known == AttributeNames::kYes) {
+        seen.replace(slot, item);
+        dropReplaced(map, earlier);
+    } else {
+        seen.add(vqxml::dsView(node(attr)->nodeName), item);
     }
     return true;
 }
@@ -1192,7 +1259,7 @@ Source *readingLevel(Source *source) {
 extern "C" VQHANDLE VQXML_parse(const char *text) {
     VQXML_resetErrorList();
     if (text == nullptr) text = "";
-    resetExpansionBudget(text);
+    const vqxml::ParseBudget budget(text);
     const VQHANDLE doc = VQDOM_createDocument();
     if (doc == 0) return 0;
     Source *s = allocSource(const_cast<char *>(text), 0, doc);
@@ -1230,6 +1297,9 @@ extern "C" VQHANDLE VQXML_parse(const char *text) {
     while (s->current != 0) {
         if (!parseMisc(s, doc)) return fail();
     }
+    // Memory that ran out on the way may have cost a part of the document
+    // (a reference read as text, a default left out): no partial result.
+    if (budget.memoryFailed()) return fail();
     deleteSource(s);
     return doc;
 }
@@ -1238,12 +1308,16 @@ extern "C" VQHANDLE VQXML_parseFragment(VQHANDLE document, const char *text) {
     if (!validHandle(document)) return 0;
     VQXML_resetErrorList();
     if (text == nullptr) text = "";
-    resetExpansionBudget(text);
+    const vqxml::ParseBudget budget(text);
     Source *s = allocSource(const_cast<char *>(text), 0, document);
     if (s == nullptr) return 0;
     if (const VQHANDLE doctype = VQDOM_getDoctype(document); doctype != 0) restartWithDoctype(s, doctype, 1);
-    const VQHANDLE fragment = parseContent(s, 0);
+    VQHANDLE fragment = parseContent(s, 0);
     deleteSource(s);
+    if (fragment != 0 && budget.memoryFailed()) {
+        VQDOM_deleteNode(fragment);
+        fragment = 0;
+    }
     return fragment;
 }
 

@@ -9,7 +9,9 @@
 #include <cstdint>
 #include <string_view>
 
+#include "vqxml/dom/dom.h"
 #include "vqxml/parser/source.h"
+#include "vqxml/store/error_list.h"
 #include "vqxml/vqxml.h"
 
 // Token of the path tokenizer.
@@ -150,6 +152,48 @@ private:
     size_t size_ = 0;
     size_t capacity_ = 0;
 };
+
+// The budget of one parse call for copies. A reference to a declared entity
+// copies the entity's nodes and every element gets copies of its DTD
+// defaults, so a small text could otherwise grow a document without limit.
+// While a budget lives, the copies may add at most 64 MiB plus 64 bytes per
+// input byte to document areas; the construct that goes beyond fails with
+// 1001945. It also keeps the reader's count of entity text for the whole
+// call (EntityBudgetScope).
+class ParseBudget {
+public:
+    explicit ParseBudget(const char *text);
+    ~ParseBudget();
+    ParseBudget(const ParseBudget &) = delete;
+    ParseBudget &operator=(const ParseBudget &) = delete;
+
+    // True, with 1001945 recorded at the source's line the first time, when
+    // the copies made so far have spent the budget.
+    bool spent(Source *source);
+    // The budget of the parse in progress, or null.
+    static ParseBudget *active() { return active_; }
+    // Whether an allocation failed (and was recorded) since the budget
+    // began: the parse then fails as a whole rather than hand back a
+    // document with parts missing.
+    bool memoryFailed() const { return allocationFailures() != failuresAtStart_; }
+
+private:
+    static ParseBudget *active_;
+    ParseBudget *outer_;
+    CloneMeter *outerMeter_;
+    CloneMeter meter_;
+    EntityBudgetScope entityText_;
+    MapIndexScope mapIndexes_;
+    int64_t limit_;
+    int64_t failuresAtStart_;
+    bool reported_ = false;
+};
+
+// ParseBudget::spent of the parse in progress; false outside a parse.
+inline bool copyBudgetSpent(Source *source) {
+    ParseBudget *budget = ParseBudget::active();
+    return budget != nullptr && budget->spent(source);
+}
 
 // The prolog steps that VQXML_parse calls: the XML declaration (returns the
 // XmlDecl handle or 0) and the document type declaration with its internal

@@ -32,23 +32,51 @@ constexpr int64_t kSemicolonExpected = 1001906;
 constexpr int64_t kNameStartIllegal = 1001911;
 constexpr int64_t kPeNameExpected = 1001935;
 constexpr int64_t kPeUndefined = 1001936;
-constexpr int64_t kPeIllegalHere = 1001937;
+constexpr int64_t kExpansionTooLarge = 1001945;
+constexpr int64_t kNestedTooDeep = 1001946;
 
 // Bounds on entity expansion. Entity sources nest (the reader expands
 // references inside entity text recursively, and the DTD parser opens a
 // source per parameter-entity reference it meets), so an entity that names
 // itself, directly or through others, would never end, and one that names
-// others many times could multiply its text without limit. Beyond either
-// bound a new entity source is refused with 1001937: the reader then reads
-// the reference as plain text. The byte count starts again whenever no
-// entity source is open.
+// others many times could multiply its text without limit. A source that
+// would pass either bound is refused: the nesting with 1001946, the bytes
+// of entity text read with 1001945, and the reader then reads the
+// reference as plain text. Every character of a nested source passes
+// through each enclosing source on its way to the parser, so a source's
+// text counts once for every level it is read through (its own and those
+// around it): what is bounded is the reading work, which deep nesting would
+// otherwise multiply up to 64 times. The count covers a whole parse call
+// (so that many references, each below the bound, cannot add up to an
+// unbounded amount); outside a parse it starts again whenever no entity
+// source is open.
 constexpr int32_t kMaxOpenEntitySources = 64;
-constexpr int64_t kMaxExpandedBytes = int64_t{64} << 20;
+constexpr int64_t kMaxExpandedBytes = vqxml::kEntityTextBudget;
 int32_t openEntitySources = 0;
 int64_t expandedBytes = 0;
+int32_t parseScopes = 0;
 
-bool expansionAllowed(int64_t textLength) {
-    return openEntitySources < kMaxOpenEntitySources && expandedBytes + textLength <= kMaxExpandedBytes;
+// The count for a new source over `textLength` bytes: read through itself
+// and every entity source open around it.
+int64_t readingCost(int64_t textLength) { return textLength * (openEntitySources + 1); }
+
+// Whether a new entity source over `textLength` bytes may open; when it may
+// not, the refusal is recorded at `line`.
+bool expansionAllowed(int32_t line, int64_t textLength) {
+    int64_t code = 0, bound = 0;
+    if (openEntitySources >= kMaxOpenEntitySources) {
+        code = kNestedTooDeep;
+        bound = kMaxOpenEntitySources;
+    } else if (expandedBytes + readingCost(textLength) > kMaxExpandedBytes) {
+        code = kExpansionTooLarge;
+        bound = kMaxExpandedBytes;
+    } else {
+        return true;
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%lld", static_cast<long long>(bound));
+    addParseError(line, code, text);
+    return false;
 }
 
 // Text of a source that has none (external entities are never fetched).
@@ -144,7 +172,7 @@ int readExpansions(Source *s) {
 // characters on, expansions included. Returns -1, with `skip` reduced by
 // what was passed, when the text ends first.
 int peekFrom(Source *s, const char *position, int &skip) {
-    const bool expanding = s->doctype != 0 && validHandle(s->doctype);
+    const bool expanding = s->doctype != 0 && vqxml::liveHandle(s->doctype);
     for (const char *p = position;;) {
         if (expanding) {
             Expansion *x = expansionAt(s, p);
@@ -244,10 +272,7 @@ Source *paramReferenceChild(Source *s, const char *position, const char **end) {
         addParseError(s->line, kPeUndefined, name);
         return nullptr;
     }
-    if (!expansionAllowed(VQDOM_lenDS(vqxml::rec<Entity>(entity)->value))) {
-        addParseError(s->line, kPeIllegalHere, name);
-        return nullptr;
-    }
+    if (!expansionAllowed(s->line, VQDOM_lenDS(vqxml::rec<Entity>(entity)->value))) return nullptr;
     return allocSourceEntity(entity, s->document);
 }
 
@@ -276,6 +301,25 @@ bool skipTextDecl(Source *s) {
 }
 
 }  // namespace
+
+namespace vqxml {
+
+EntityBudgetScope::EntityBudgetScope() {
+    if (parseScopes++ == 0) expandedBytes = 0;
+}
+
+EntityBudgetScope::~EntityBudgetScope() {
+    if (--parseScopes == 0 && openEntitySources == 0) expandedBytes = 0;
+}
+
+bool entitySourceAllowed(int32_t line, VQHANDLE entity) {
+    const Entity *e = reinterpret_cast<const Entity *>(liveNode(entity, sizeof(Entity)));
+    if (e == nullptr || e->node.nodeType != VQXML_ENTITY_NODE) return true;  // allocSourceEntity decides
+    const bool external = liveHandle(e->externalID);  // (allocSourceEntity reports a bad one)
+    return expansionAllowed(line, external ? 0 : VQDOM_lenDS(e->value));
+}
+
+}  // namespace vqxml
 
 extern "C" char *dsToString(VQHANDLE ds) {
     const size_t size = static_cast<size_t>(VQDOM_lenDS(ds)) + 1;
@@ -328,18 +372,15 @@ extern "C" Source *allocSourceEntity(VQHANDLE entity, VQHANDLE document) {
 
     const bool hasExternalId = externalId != 0 && validHandle(externalId);
     const int64_t textLength = hasExternalId ? 0 : VQDOM_lenDS(value);
-    if (!expansionAllowed(textLength)) {
-        char name[256];
-        VQDOM_cpyDS(head->nodeName, name, sizeof name);
-        addParseError(line, kPeIllegalHere, name);
-        return nullptr;
-    }
+    // Callers that know where the reference stands check first and report
+    // its line; this is the last guard.
+    if (!expansionAllowed(line, textLength)) return nullptr;
 
     Source *s = newSourceRecord("newString");
     if (s == nullptr) return nullptr;
     s->entitySource = 1;
+    expandedBytes += readingCost(textLength);
     ++openEntitySources;
-    expandedBytes += textLength;
     if (hasExternalId) {
         // External text is never fetched: the source is at its end at once,
         // and only the system literal is kept, to name it.
@@ -382,7 +423,7 @@ extern "C" void deleteSource(Source *source) {
         x = next;
     }
     source->expansions = nullptr;
-    if (source->entitySource && --openEntitySources == 0) expandedBytes = 0;
+    if (source->entitySource && --openEntitySources == 0 && parseScopes == 0) expandedBytes = 0;
     if (source->ownsText) freeTraced(source->text, "deleteSource");
     freeTraced(source->name, "deleteSource");
     freeTraced(source, "deleteSource");
@@ -395,7 +436,9 @@ extern "C" int getNextCh(Source *source) {
         source->current = 0;  // the cursor stays: end of input is sticky
         return 0;
     }
-    if (source->doctype != 0 && validHandle(source->doctype)) {
+    // (A silent check: this runs for every character at every level of a
+    // nested expansion, and the parser set the doctype itself.)
+    if (source->doctype != 0 && vqxml::liveHandle(source->doctype)) {
         if (const int expanded = readExpansions(source); expanded != 0) return expanded;
         // A finished expansion may have moved the cursor. A LF found there
         // still counts its line, since lines are counted as characters

@@ -349,7 +349,7 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
     }
     if (S < 1 || S > kMaxAreaSize) {
         VQXML_TRACE(1, "VQXML malloc - (reallocDocumentArea) addr: 0x%p, (len: %ld, old len: %d)",
-                    nullptr, static_cast<long>(S), old->size);
+                    static_cast<void *>(nullptr), static_cast<long>(S), old->size);
         dontRealloc[number] = 1;
         errorAlloc("DocumentArea", S);
         return 0;

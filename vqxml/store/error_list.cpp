@@ -169,7 +169,14 @@ extern "C" void errorIndexSize(int64_t length, int64_t offset) {
     domError(kIndexSizeErr, params);
 }
 
+namespace {
+int64_t allocFailures = 0;
+}  // namespace
+
+int64_t vqxml::allocationFailures() { return allocFailures; }
+
 extern "C" void errorAlloc(const char *name, int64_t size) {
+    ++allocFailures;
     char params[256];
     std::snprintf(params, sizeof params, "%s|%lld|", name ? name : "",
                   static_cast<long long>(size));

@@ -59,6 +59,11 @@ void domError(int32_t code, const char *params);
 
 // Number of records currently held (for tests and diagnostics).
 int32_t mainErrorCount();
+
+// How many allocation failures errorAlloc has recorded since the process
+// started: work that must not hand back a partial result (a parse) compares
+// it before and after.
+int64_t allocationFailures();
 int32_t domErrorCount();
 
 }  // namespace vqxml

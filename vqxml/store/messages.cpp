@@ -97,6 +97,7 @@ constexpr Message kMessages[] = {
     {1001943, "Line &01: illegal \"&02\"."},
     {1001944, "line &01: elements nested deeper than &02 levels"},
     {1001945, "line &01: entity expansion exceeds &02 bytes"},
+    {1001946, "line &01: entity references nested deeper than &02 levels"},
     {0, nullptr},
 };
 

@@ -90,6 +90,7 @@ VQHANDLE allocRecord(VQHANDLE document, int32_t bytes, const char *name) {
 // First child of `parent` with the given type, 0 when none.
 VQHANDLE firstChildOfType(VQHANDLE parent, int type) {
     if (!liveHandle(parent)) return 0;
+    if (VQHANDLE found; indexedChildOfType(parent, type, &found)) return found;
     for (VQHANDLE c = node(parent)->firstChild; liveHandle(c); c = node(c)->nextSibling)
         if (node(c)->nodeType == type) return c;
     return 0;
@@ -127,10 +128,27 @@ bool nameIs(VQHANDLE h, const char *name) {
     return VQDOM_cmpDSStr(node(h)->nodeName, name) == 0;
 }
 
+bool viewOf(VQHANDLE nameDS, std::string_view *view) {
+    if (!liveHandle(nameDS)) return false;
+    *view = dsView(nameDS);
+    return true;
+}
+bool viewOf(const char *name, std::string_view *view) {
+    if (name == nullptr) return false;
+    *view = name;
+    return true;
+}
+
 template <typename Name>
 VQHANDLE findAttDefIn(VQHANDLE doctype, Name elementName, Name attributeName) {
     VQHANDLE dt = doctypeOf(doctype);
     if (dt == 0) return 0;
+    // While a parse runs an index answers, rather than a walk over all the
+    // declarations for every lookup.
+    std::string_view element, attribute;
+    if (VQHANDLE found; viewOf(elementName, &element) && viewOf(attributeName, &attribute) &&
+                        indexedAttDef(dt, element, attribute, &found))
+        return found;
     for (VQHANDLE list = getFirstMarkupDecl(dt, VQXML_ATTLIST_DECL_NODE); list != 0;
          list = getNextMarkupDecl(list)) {
         if (!nameIs(list, elementName)) continue;
@@ -339,6 +357,9 @@ extern "C" VQHANDLE findItem(VQHANDLE list, int64_t index, VQHANDLE root) {
 extern "C" VQHANDLE findEntity(VQHANDLE doctype, VQHANDLE nameDS, uint32_t kind) {
     VQHANDLE dt = doctypeOf(doctype);
     if (dt == 0) return 0;
+    if (VQHANDLE found; kind <= 1 && liveHandle(nameDS) &&
+                        indexedEntity(dt, dsView(nameDS), static_cast<int>(kind), &found))
+        return found;
     for (VQHANDLE e = getFirstMarkupDecl(dt, VQXML_ENTITY_NODE); e != 0; e = getNextMarkupDecl(e))
         if (rec<Entity>(e)->kind == kind && nameIs(e, nameDS)) return e;
     return 0;
@@ -347,6 +368,7 @@ extern "C" VQHANDLE findEntity(VQHANDLE doctype, VQHANDLE nameDS, uint32_t kind)
 extern "C" VQHANDLE findEntityStr(VQHANDLE doctype, const char *name) {
     VQHANDLE dt = doctypeOf(doctype);
     if (dt == 0) return 0;
+    if (VQHANDLE found; name != nullptr && indexedEntity(dt, name, -1, &found)) return found;
     for (VQHANDLE e = getFirstMarkupDecl(dt, VQXML_ENTITY_NODE); e != 0; e = getNextMarkupDecl(e))
         if (rec<Entity>(e)->kind != 0 && nameIs(e, name)) return e;
     return 0;

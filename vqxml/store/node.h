@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "vqxml/store/area.h"
 #include "vqxml/vqxml.h"
@@ -199,6 +200,34 @@ inline Node *typedNode(VQHANDLE h) {
     if (type == 0 || type > VQXML_NAME_LIST_NODE || room < kNodeRecordSizes[type]) return nullptr;
     return n;
 }
+
+// Name lookups through indexes while a scope lives (a parse: no caller code
+// runs, names do not change, and maps and document types only grow at their
+// end). Each answers exactly as the search it stands for, or returns false
+// when the caller must search itself:
+// - indexedItem: the item of a long map that VQDOM_getNamedItem's search
+//   from the front finds (0 for none);
+// - indexedEntity: the entity findEntity (kind 0 or 1) or findEntityStr
+//   (kind -1: any parameter entity) finds in the declarations of `doctype`;
+// - indexedAttDef: the definition findAttDef finds for an element and an
+//   attribute name;
+// - indexedDefaults: the definitions with a default that addDefaultAttributes
+//   applies to an element of that name, in order (their number, of which
+//   the first `room` are stored in `out`), or -1;
+class MapIndexScope {
+public:
+    MapIndexScope();
+    ~MapIndexScope();
+    MapIndexScope(const MapIndexScope &) = delete;
+    MapIndexScope &operator=(const MapIndexScope &) = delete;
+};
+bool indexedItem(VQHANDLE map, std::string_view name, VQHANDLE *item);
+bool indexedEntity(VQHANDLE doctype, std::string_view name, int kind, VQHANDLE *entity);
+bool indexedAttDef(VQHANDLE doctype, std::string_view element, std::string_view attribute, VQHANDLE *definition);
+int32_t indexedDefaults(VQHANDLE doctype, std::string_view element, VQHANDLE *out, int32_t room);
+// - indexedChildOfType: the first child of `parent` with the node type (a
+//   document's type or element), found without walking the children again.
+bool indexedChildOfType(VQHANDLE parent, int type, VQHANDLE *found);
 
 // Node type of a live handle, 0 for anything else; records nothing.
 inline int nodeTypeOf(VQHANDLE h) { return liveHandle(h) ? node(h)->nodeType : 0; }
