@@ -41,6 +41,23 @@ inline std::string text(const uint8_t *data, size_t size) {
     return std::string(reinterpret_cast<const char *>(data), size);
 }
 
+// The compact serialization of a node.
+inline std::string print(VQHANDLE node) {
+    const int32_t need = VQXML_printNode(node, nullptr, 0);
+    std::string out(static_cast<size_t>(need) + 1, '\0');
+    VQXML_printNode(node, out.data(), static_cast<int32_t>(out.size()));
+    out.resize(static_cast<size_t>(need));
+    return out;
+}
+
+// Empties both error lists; true when an allocation failure was among them.
+inline bool drainErrors() {
+    bool allocation = false;
+    char params[256];
+    for (int64_t code; (code = VQXML_getError(params)) != 0;) allocation |= code == 1001711;
+    return allocation;
+}
+
 }  // namespace fuzz
 
 #endif  // VQXML_FUZZ_UTIL_H

@@ -1,7 +1,10 @@
-// parse_fuzzer.cpp - whole documents: parse, print both ways, delete.
+// parse_fuzzer.cpp - whole documents: parse, print both ways, copy, merge
+// text, gather text, delete. A copy of the document and the document after
+// merging its text must print exactly as the document did.
 #include <vector>
 
 #include "fuzz_util.h"
+#include "vqxml/dom/printer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::start();
@@ -9,15 +12,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string input = fuzz::text(data, size);
     VQHANDLE doc = VQXML_parse(input.c_str());
     if (doc == 0) return 0;
-    std::vector<char> out(4096);
-    int32_t need = VQXML_printNode(doc, out.data(), static_cast<int32_t>(out.size()));
-    if (need >= static_cast<int32_t>(out.size())) {
-        out.resize(static_cast<size_t>(need) + 1);
-        VQXML_printNode(doc, out.data(), static_cast<int32_t>(out.size()));
-    }
+    const std::string printed = fuzz::print(doc);
     // What was printed parses again.
-    VQHANDLE again = VQXML_parse(out.data());
-    if (again != 0) VQDOM_deleteNode(again);
+    VQHANDLE again = VQXML_parse(printed.c_str());
+    if (again != 0) VQXML_deleteDocumentArea(again);
+
+    std::vector<char> pretty(printed.size() * 4 + 4096);
+    char *cursor = pretty.data();
+    printNodeBeatifyEx(VQDOM_getDocumentElement(doc), &cursor, static_cast<int32_t>(pretty.size()), 0);
+    VQDOM_deleteDS(VQDOM_getTextContentDS(VQDOM_getDocumentElement(doc)));
+
+    const VQHANDLE copy = VQDOM_cloneNode(doc, 1);
+    if (copy != 0 && fuzz::print(copy) != printed) {
+        std::fprintf(stderr, "a copy of the document prints otherwise\n");
+        std::abort();
+    }
+    VQXML_deleteDocumentArea(copy);
+    VQDOM_normalize(doc);
+    if (fuzz::print(doc) != printed) {
+        std::fprintf(stderr, "merging text changed a parsed document\n");
+        std::abort();
+    }
     // Without a DTD nothing is cloned, so deleting the document node must
     // give back every object of the area, and with it the area.
     const bool plain = VQDOM_getDoctype(doc) == 0;
