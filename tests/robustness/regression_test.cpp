@@ -190,3 +190,30 @@ TEST_F(LibraryTest, AParseThatRanOutOfMemoryHandsBackNothing) {
         }
     }
 }
+
+// Found by the DOM target: the document lookups took any live handle for a
+// node, so a string handed in as the document had its text (or, for a short
+// string, the bytes behind it) read as child links; garbage links could
+// chain into a loop that never ended.
+TEST_F(LibraryTest, StringsAndMapsAreNotWalkedAsNodes) {
+    const std::vector<uint8_t> input = corpusFile("dom", "regress-string-as-parent");
+    ASSERT_FALSE(input.empty());
+    EXPECT_EQ(domFuzzerInput(input.data(), input.size()), 0);
+
+    const VQHANDLE doc = VQXML_parse("<!DOCTYPE r [<!ENTITY % e 'x'><!ATTLIST r a CDATA 'd'>]><r/>");
+    ASSERT_NE(doc, 0u);
+    const VQHANDLE root = VQDOM_getDocumentElement(doc);
+    const VQHANDLE notNodes[] = {ds(doc, "ab"), ds(doc, std::string(100, 'x').c_str()), VQDOM_getAttributes(root),
+                                 VQDOM_getChildNodes(root)};
+    for (const VQHANDLE h : notNodes) {
+        ASSERT_NE(h, 0u);
+        EXPECT_EQ(VQDOM_getDocumentElement(h), 0u);
+        EXPECT_EQ(VQDOM_getDoctype(h), 0u);
+        EXPECT_EQ(getFirstMarkupDecl(h, VQXML_ENTITY_NODE), 0u);
+        EXPECT_EQ(getNextMarkupDecl(h), 0u);
+        EXPECT_EQ(findEntityStr(h, "e"), 0u);
+        EXPECT_EQ(findItem(h, 0, root), 0u);
+    }
+    EXPECT_NE(findEntityStr(doc, "e"), 0u);
+    VQXML_deleteDocumentArea(doc);
+}

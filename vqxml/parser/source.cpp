@@ -366,9 +366,9 @@ extern "C" Source *allocSourceEntity(VQHANDLE entity, VQHANDLE document) {
     // The entity's document type: it decides which references the text may
     // name.
     VQHANDLE doctype = head->parentNode;
-    while (vqxml::liveHandle(doctype) && vqxml::node(doctype)->nodeType != VQXML_DOCUMENT_TYPE_NODE)
+    while (vqxml::typedNode(doctype) != nullptr && vqxml::node(doctype)->nodeType != VQXML_DOCUMENT_TYPE_NODE)
         doctype = vqxml::node(doctype)->parentNode;
-    if (!vqxml::liveHandle(doctype)) doctype = 0;
+    if (vqxml::typedNode(doctype) == nullptr) doctype = 0;
 
     const bool hasExternalId = externalId != 0 && validHandle(externalId);
     const int64_t textLength = hasExternalId ? 0 : VQDOM_lenDS(value);

@@ -89,9 +89,9 @@ VQHANDLE allocRecord(VQHANDLE document, int32_t bytes, const char *name) {
 
 // First child of `parent` with the given type, 0 when none.
 VQHANDLE firstChildOfType(VQHANDLE parent, int type) {
-    if (!liveHandle(parent)) return 0;
+    if (typedNode(parent) == nullptr) return 0;
     if (VQHANDLE found; indexedChildOfType(parent, type, &found)) return found;
-    for (VQHANDLE c = node(parent)->firstChild; liveHandle(c); c = node(c)->nextSibling)
+    for (VQHANDLE c = node(parent)->firstChild; typedNode(c) != nullptr; c = node(c)->nextSibling)
         if (node(c)->nodeType == type) return c;
     return 0;
 }
@@ -100,12 +100,12 @@ VQHANDLE firstChildOfType(VQHANDLE parent, int type) {
 // looking one level into EntityReference nodes when `descend` is set (the
 // declarations that a parameter entity brought in hang below its reference).
 VQHANDLE searchDecls(VQHANDLE first, int type, bool descend) {
-    for (VQHANDLE h = first; liveHandle(h); h = node(h)->nextSibling) {
+    for (VQHANDLE h = first; typedNode(h) != nullptr; h = node(h)->nextSibling) {
         const Node *n = node(h);
         if (n->nodeType == type) return h;
         if (descend && n->nodeType == VQXML_ENTITY_REFERENCE_NODE) {
             VQHANDLE inner = n->firstChild;
-            for (; liveHandle(inner); inner = node(inner)->nextSibling)
+            for (; typedNode(inner) != nullptr; inner = node(inner)->nextSibling)
                 if (node(inner)->nodeType == type) return inner;
         }
     }
@@ -114,7 +114,7 @@ VQHANDLE searchDecls(VQHANDLE first, int type, bool descend) {
 
 // The lookups accept the DocumentType or its Document.
 VQHANDLE doctypeOf(VQHANDLE h) {
-    if (!liveHandle(h)) return 0;
+    if (typedNode(h) == nullptr) return 0;
     if (node(h)->nodeType == VQXML_DOCUMENT_NODE)
         return firstChildOfType(h, VQXML_DOCUMENT_TYPE_NODE);
     return h;
@@ -152,7 +152,7 @@ VQHANDLE findAttDefIn(VQHANDLE doctype, Name elementName, Name attributeName) {
     for (VQHANDLE list = getFirstMarkupDecl(dt, VQXML_ATTLIST_DECL_NODE); list != 0;
          list = getNextMarkupDecl(list)) {
         if (!nameIs(list, elementName)) continue;
-        for (VQHANDLE d = node(list)->firstChild; liveHandle(d); d = node(d)->nextSibling)
+        for (VQHANDLE d = node(list)->firstChild; typedNode(d) != nullptr; d = node(d)->nextSibling)
             if (node(d)->nodeType == VQXML_ATT_DEF_NODE && nameIs(d, attributeName)) return d;
     }
     return 0;
@@ -310,30 +310,31 @@ extern "C" VQHANDLE VQDOM_getDoctype(VQHANDLE doc) {
 }
 
 extern "C" VQHANDLE getFirstMarkupDecl(VQHANDLE doctype, int32_t nodeType) {
-    if (!liveHandle(doctype)) return 0;
+    if (typedNode(doctype) == nullptr) return 0;
     return searchDecls(node(doctype)->firstChild, nodeType, true);
 }
 
 extern "C" VQHANDLE getNextMarkupDecl(VQHANDLE decl) {
-    if (!liveHandle(decl)) return 0;
-    const Node *n = node(decl);
+    const Node *n = typedNode(decl);
+    if (n == nullptr) return 0;
     const int type = n->nodeType;
     const VQHANDLE parent = n->parentNode;
     if (VQHANDLE found = searchDecls(n->nextSibling, type, true)) return found;
     // Leaving an entity reference: its following siblings are compared
     // directly, without looking into further references. Callers rely on
     // this order, so it stays asymmetric with the search above.
-    if (liveHandle(parent) && node(parent)->nodeType == VQXML_ENTITY_REFERENCE_NODE)
+    if (typedNode(parent) != nullptr && node(parent)->nodeType == VQXML_ENTITY_REFERENCE_NODE)
         return searchDecls(node(parent)->nextSibling, type, false);
     return 0;
 }
 
 extern "C" VQHANDLE findItem(VQHANDLE list, int64_t index, VQHANDLE root) {
-    if (!liveHandle(list) || !liveHandle(root)) return 0;
-    const std::string_view tag = dsView(rec<NodeList>(list)->tagName);
+    const auto *record = reinterpret_cast<const NodeList *>(liveNode(list, sizeof(NodeList)));
+    if (record == nullptr || typedNode(root) == nullptr || !liveHandle(record->tagName)) return 0;
+    const std::string_view tag = dsView(record->tagName);
     const bool any = tag == "*";
     VQHANDLE cur = node(root)->firstChild;
-    if (!liveHandle(cur)) return 0;
+    if (typedNode(cur) == nullptr) return 0;
     while (cur != 0) {
         const Node *n = node(cur);
         if (n->nodeType == VQXML_ELEMENT_NODE) {
