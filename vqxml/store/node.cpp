@@ -163,9 +163,9 @@ VQHANDLE findAttDefIn(VQHANDLE doctype, Name elementName, Name attributeName) {
 VQHANDLE nextOutside(VQHANDLE cur, VQHANDLE root) {
     while (cur != root) {
         const Node *n = node(cur);
-        if (liveHandle(n->nextSibling)) return n->nextSibling;
+        if (typedNode(n->nextSibling) != nullptr) return n->nextSibling;
         cur = n->parentNode;
-        if (!liveHandle(cur)) return 0;
+        if (typedNode(cur) == nullptr) return 0;
     }
     return 0;
 }
@@ -345,7 +345,7 @@ extern "C" VQHANDLE findItem(VQHANDLE list, int64_t index, VQHANDLE root) {
             }
             // Only elements are entered; text, comments and references
             // below the root never contribute.
-            if (liveHandle(n->firstChild)) {
+            if (typedNode(n->firstChild) != nullptr) {
                 cur = n->firstChild;
                 continue;
             }
