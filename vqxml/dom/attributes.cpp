@@ -439,15 +439,6 @@ extern "C" void addDefaultAttributes(VQHANDLE element) {
     --defaultNesting;
 }
 
-void vqxml::addDefaultAttributesFrom(VQHANDLE element, const VQHANDLE *definitions,
-                                     int32_t count) {
-    if (asType<Node>(element, VQXML_ELEMENT_NODE) == nullptr || defaultNesting >= kMaxDefaultNesting)
-        return;
-    ++defaultNesting;
-    for (int32_t i = 0; i < count; ++i) setDefaultAttribute(element, definitions[i]);
-    --defaultNesting;
-}
-
 extern "C" void setDefaultAttribute(VQHANDLE element, VQHANDLE definition) {
     const AttDef *d = asType<AttDef>(definition, VQXML_ATT_DEF_NODE);
     if (d == nullptr) return;

@@ -67,61 +67,9 @@ VQHANDLE appendAbsentAttribute(VQHANDLE element, VQHANDLE attribute);
 // VQDOM_createElement without its final step, the default attributes.
 VQHANDLE createElementBare(VQHANDLE doc, VQHANDLE name);
 
-// The attribute definitions of a document type by element name, for code
-// that looks them up for every element and attribute while the declarations
-// stay as they are (a parse). It answers exactly as the declaration walk of
-// findAttDefDS and addDefaultAttributes does.
-class DtdIndex {
-public:
-    DtdIndex() = default;
-    DtdIndex(const DtdIndex &) = delete;
-    DtdIndex &operator=(const DtdIndex &) = delete;
-    ~DtdIndex();
-
-    // Indexes the definitions of `doctype`. False when the walk meets a name
-    // that is not a valid string, or memory is short: callers then use the
-    // walk itself.
-    bool build(VQHANDLE doctype);
-    // findAttDefDS(doctype, element, attribute).
-    VQHANDLE attDef(std::string_view element, std::string_view attribute) const;
-    // addDefaultAttributes(element) for an element of that name.
-    void addDefaults(VQHANDLE element, std::string_view name) const;
-
-private:
-    struct Entry {
-        VQHANDLE definition;
-        VQHANDLE attributeName;
-        int32_t next;  // next definition for the same element name, -1 at the end
-        int32_t nextDefault;  // next one of them that has a default, -1 at the end
-    };
-    struct Bucket {
-        VQHANDLE elementName;  // 0 = empty
-        int32_t head, tail;
-        int32_t defaultHead, defaultTail;  // the definitions with a default
-    };
-    // The first definition of an attribute name for one element name, so
-    // that an element with many attributes under a long ATTLIST does not
-    // cost their product.
-    struct Pair {
-        int32_t entry;  // -1 = empty
-        int32_t bucket;
-    };
-    const Bucket *find(std::string_view element) const;
-
-    Entry *entries_ = nullptr;
-    int32_t count_ = 0;
-    Bucket *buckets_ = nullptr;
-    uint32_t mask_ = 0;
-    Pair *pairs_ = nullptr;
-    uint32_t pairMask_ = 0;
-};
-
 // True when `node` is `holder` or lies above it, by parent links or by way
 // of an attribute map: linking `node` below `holder` would make a cycle.
 bool isAncestorOrSelf(VQHANDLE node, VQHANDLE holder);
-
-// addDefaultAttributes with the definitions given in order.
-void addDefaultAttributesFrom(VQHANDLE element, const VQHANDLE *definitions, int32_t count);
 
 // A limit on what copies may add to document areas, for code that copies on
 // behalf of untrusted input (the parser's entity references and default

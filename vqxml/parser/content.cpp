@@ -888,22 +888,6 @@ private:
     bool markup(VQHANDLE parent, unsigned second);
     bool fail();
     VQHANDLE parentOfNext(VQHANDLE base) { return open_.empty() ? base : open_.top(); }
-    // The attribute definitions by element name, built on first use; null
-    // without a document type (or when it cannot be indexed).
-    const vqxml::DtdIndex *dtd() {
-        // Within a parse call the declaration indexes of the store answer
-        // these lookups (findAttDefDS, addDefaultAttributes) and follow a
-        // document type that is still growing; building this index for
-        // every entity value parsed inside the DTD would cost the length of
-        // the DTD each time.
-        if (vqxml::ParseBudget::active() != nullptr) return nullptr;
-        if (!dtdTried_) {
-            dtdTried_ = true;
-            dtdReady_ = doctype_ != 0 && dtdIndex_.build(doctype_);
-        }
-        return dtdReady_ ? &dtdIndex_ : nullptr;
-    }
-
     Source *s_;
     VQHANDLE doc_;
     VQHANDLE doctype_;
@@ -912,9 +896,9 @@ private:
     ByteBuffer names_;
     TextRun run_{textBuffer_};
     HeapStack<VQHANDLE> open_;  // elements whose end tag is still to come
-    vqxml::DtdIndex dtdIndex_;
-    bool dtdTried_ = false;
-    bool dtdReady_ = false;
+    // Defaults and definitions are looked up for every element and
+    // attribute: the store's name indexes answer while the parser runs.
+    vqxml::MapIndexScope indexes_;
 };
 
 VQHANDLE ContentParser::element() {
@@ -934,10 +918,7 @@ VQHANDLE ContentParser::startTag(bool &empty) {
     const VQHANDLE name = nameDS(s_, names_);
     const VQHANDLE el = name != 0 ? vqxml::createElementBare(doc_, name) : 0;
     if (el == 0) return 0;
-    if (const vqxml::DtdIndex *index = doctype_ != 0 ? dtd() : nullptr)
-        index->addDefaults(el, vqxml::dsView(node(el)->nodeName));
-    else
-        addDefaultAttributes(el);
+    addDefaultAttributes(el);
     // Defaults are copies too, charged to the parse's budget.
     if (vqxml::copyBudgetSpent(s_)) {
         VQDOM_deleteNode(el);
@@ -1000,12 +981,7 @@ bool ContentParser::attribute(VQHANDLE el, AttributeNames &seen) {
         return false;
     }
     VQHANDLE attDef = 0;
-    if (doctype_ != 0) {
-        if (const vqxml::DtdIndex *index = dtd())
-            attDef = index->attDef(vqxml::dsView(node(el)->nodeName), vqxml::dsView(attrName));
-        else
-            attDef = findAttDefDS(doctype_, node(el)->nodeName, attrName);
-    }
+    if (doctype_ != 0) attDef = findAttDefDS(doctype_, node(el)->nodeName, attrName);
     if (attributeValue(s_, attr, attDef, valueBuffer_, names_) == 0) return false;
     // A repeated name replaces the earlier value.
     const std::string_view text = vqxml::dsView(attrName);
