@@ -372,45 +372,6 @@ void gatherPiData(Source *s, TextRun &run) {
 // Inside a CDATA section characters are read by a copy of the reader that
 // keeps CR as it is; everything else (expansions, lines, the awaited mark)
 // works as in getNextCh.
-int getNextChCDATA(Source *s);
-
-Expansion *expansionAt(const Source *s, const char *position) {
-    for (Expansion *x = s->expansions; x != nullptr; x = x->next)
-        if (x->start == position) return x;
-    return nullptr;
-}
-
-void unlinkExpansion(Source *s, Expansion *x) {
-    for (Expansion **link = &s->expansions; *link != nullptr; link = &(*link)->next) {
-        if (*link == x) {
-            *link = x->next;
-            return;
-        }
-    }
-}
-
-int readExpansionsCDATA(Source *s) {
-    for (;;) {
-        Expansion *x = expansionAt(s, s->cursor);
-        if (x == nullptr) x = checkEntity(s, s->cursor);
-        if (x == nullptr) return 0;
-        Source *child = x->child;
-        const unsigned c = child->current;
-        s->current = static_cast<uint16_t>(c);
-        if (child->delimiterSeen) {
-            child->delimiterSeen = 0;
-            s->delimiterSeen = 1;
-        }
-        getNextChCDATA(child);
-        if (c != 0) return static_cast<int>(c);
-        s->cursor = x->resume;
-        unlinkExpansion(s, x);
-        deleteSource(child);
-        VQXML_TRACE(2, "VQXML free   - (getNextChCDATA) addr: 0x%p", static_cast<void *>(x));
-        dbg_free(x);
-    }
-}
-
 int getNextChCDATA(Source *s) {
     unsigned c = static_cast<unsigned char>(*s->cursor);
     if (c == 0) {
@@ -418,7 +379,8 @@ int getNextChCDATA(Source *s) {
         return 0;
     }
     if (!direct(s)) {
-        if (const int expanded = readExpansionsCDATA(s); expanded != 0) return expanded;
+        if (const int expanded = vqxml::readExpansionsBy(s, getNextChCDATA, "getNextChCDATA"); expanded != 0)
+            return expanded;
         c = static_cast<unsigned char>(*s->cursor);
         if (c == 0) {
             s->current = 0;
@@ -1221,7 +1183,7 @@ void nestingTooDeep(Source *source) {
 
 Source *readingLevel(Source *source) {
     while (!direct(source)) {
-        const Expansion *x = expansionAt(source, source->cursor);
+        const Expansion *x = vqxml::expansionAt(source, source->cursor);
         if (x == nullptr) break;
         source = x->child;
     }

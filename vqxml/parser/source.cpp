@@ -127,11 +127,16 @@ inline int takeChar(Source *s, unsigned c) {
     return static_cast<int>(c);
 }
 
-Expansion *expansionAt(const Source *s, const char *position) {
+}  // namespace
+
+Expansion *vqxml::expansionAt(const Source *s, const char *position) {
     for (Expansion *x = s->expansions; x != nullptr; x = x->next)
         if (x->start == position) return x;
     return nullptr;
 }
+
+namespace {
+using vqxml::expansionAt;
 
 // Look-ahead may have started expansions further on before this one, so
 // the finished record is not necessarily the head of the chain.
@@ -144,10 +149,12 @@ void unlinkExpansion(Source *s, Expansion *x) {
     }
 }
 
+}  // namespace
+
 // Delivers the next character from an expansion that starts at the cursor,
 // dropping expansions that have run dry. Returns the character, or 0 when
 // no expansion starts at the (possibly moved) cursor.
-int readExpansions(Source *s) {
+int vqxml::readExpansionsBy(Source *s, int (*next)(Source *), const char *reader) {
     for (;;) {
         Expansion *x = expansionAt(s, s->cursor);
         if (x == nullptr) x = checkEntity(s, s->cursor);
@@ -159,14 +166,18 @@ int readExpansions(Source *s) {
             child->delimiterSeen = 0;
             s->delimiterSeen = 1;
         }
-        getNextCh(child);
+        next(child);
         if (c != 0) return static_cast<int>(c);
         s->cursor = x->resume;
         unlinkExpansion(s, x);
         deleteSource(child);
-        freeTraced(x, "getNextCh");
+        freeTraced(x, reader);
     }
 }
+
+namespace {
+
+int readExpansions(Source *s) { return vqxml::readExpansionsBy(s, getNextCh, "getNextCh"); }
 
 // Look-ahead from `position` in the text of `s`: the character `skip`
 // characters on, expansions included. Returns -1, with `skip` reduced by
