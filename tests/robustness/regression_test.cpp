@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "robustness/helpers.h"
+#include "vqxml/dom/dom.h"
+#include "vqxml/store/dom_string.h"
 
 // The DOM fuzz target, to replay its findings with its own decoder.
 #define LLVMFuzzerTestOneInput domFuzzerInput
@@ -215,5 +217,26 @@ TEST_F(LibraryTest, StringsAndMapsAreNotWalkedAsNodes) {
         EXPECT_EQ(findItem(h, 0, root), 0u);
     }
     EXPECT_NE(findEntityStr(doc, "e"), 0u);
+    VQXML_deleteDocumentArea(doc);
+}
+
+// Found by the DOM target (UBSan): an attribute value gathered from a text
+// child whose string had been freed copied zero bytes from a null pointer.
+// Invalid strings now read as an empty text that still has an address.
+TEST_F(LibraryTest, FreedValueStringsReadAsEmpty) {
+    const std::vector<uint8_t> input = corpusFile("dom", "regress-empty-piece");
+    ASSERT_FALSE(input.empty());
+    EXPECT_EQ(domFuzzerInput(input.data(), input.size()), 0);
+
+    const VQHANDLE doc = VQDOM_createDocument();
+    const VQHANDLE attr = VQDOM_createAttribute(doc, ds(doc, "a"));
+    const VQHANDLE text = VQDOM_createTextNode(doc, ds(doc, "x"));
+    const VQHANDLE first = VQDOM_createTextNode(doc, ds(doc, "v"));
+    ASSERT_EQ(VQDOM_appendChild(attr, first), first);
+    ASSERT_EQ(VQDOM_appendChild(attr, text), text);
+    VQDOM_deleteDS(VQDOM_getNodeValue(text));
+    EXPECT_EQ(getNormalValue(attr, 1), 1);
+    EXPECT_EQ(str(VQDOM_getNodeValue(attr)), "v");
+    EXPECT_NE(vqxml::dsView(0).data(), nullptr);
     VQXML_deleteDocumentArea(doc);
 }

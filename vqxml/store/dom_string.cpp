@@ -183,7 +183,9 @@ bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 }  // namespace
 
 std::string_view dsView(VQHANDLE ds) {
-    if (!liveHandle(ds)) return {};
+    // An invalid handle reads as "" (never a null pointer, which callers
+    // would pass on to memcpy).
+    if (!liveHandle(ds)) return std::string_view("", 0);
     const char *p = dsChars(ds);
     // Bounded by the block, so that a handle naming something other than a
     // string still cannot lead a read out of its block.
