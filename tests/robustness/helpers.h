@@ -1,5 +1,6 @@
-// helpers.h - small helpers shared by the robustness suites: printing a node
-// into a string, counting live areas and blocks, and building deep trees.
+// helpers.h - small helpers shared by the robustness suites (and the DOM
+// mutation suite): printing a node into a string, counting live areas and
+// blocks, building deep trees and checking every link of a tree.
 #ifndef VQXML_TESTS_ROBUSTNESS_HELPERS_H
 #define VQXML_TESTS_ROBUSTNESS_HELPERS_H
 
@@ -13,7 +14,8 @@
 
 namespace robust {
 
-// The compact serialization of a node (a fragment: of its children).
+// The compact serialization of a node (a fragment: of its children), of
+// any length.
 inline std::string print(VQHANDLE node) {
     if (VQDOM_getNodeType(node) == VQXML_DOCUMENT_FRAGMENT_NODE) {
         std::string all;
@@ -44,66 +46,68 @@ inline bool hasCode(const std::vector<vqtest::Err> &errors, int64_t code) {
     return false;
 }
 
+inline std::string repeat(const std::string &piece, int times) {
+    std::string out;
+    out.reserve(piece.size() * static_cast<size_t>(times));
+    for (int i = 0; i < times; ++i) out += piece;
+    return out;
+}
+
 // `depth` nested elements named `name` built through the DOM; returns the
 // outermost, unlinked. The innermost holds the text `leaf` when not empty.
 inline VQHANDLE chain(VQHANDLE doc, int depth, const char *name, const char *leaf = "") {
-    VQHANDLE top = 0;
-    VQHANDLE inner = 0;
-    for (int i = 0; i < depth; ++i) {
-        const VQHANDLE e = VQDOM_createElement(doc, VQDOM_createDS(doc, name));
-        if (top == 0) {
-            top = e;
-        } else {
-            VQDOM_appendChild(inner, e);
-        }
-        inner = e;
-    }
+    auto element = [&] { return VQDOM_createElement(doc, VQDOM_createDS(doc, name)); };
+    const VQHANDLE top = element();
+    VQHANDLE inner = top;
+    for (int i = 1; i < depth; ++i) inner = VQDOM_appendChild(inner, element());
     if (*leaf != '\0') VQDOM_appendChild(inner, VQDOM_createTextNode(doc, VQDOM_createDS(doc, leaf)));
     return top;
 }
 
-// Checks the links of everything below `root` (iteratively): each child
-// names its parent, sibling links agree both ways, the parent's first and
-// last child are the ends of the chain, and every member of an attribute
-// map points back at that map. Returns an empty text when all holds, else
-// what broke first.
-inline std::string checkTree(VQHANDLE root) {
+// Checks every link below `root`: each child is a live node naming its
+// parent, the sibling chain runs both ways from the first to the last
+// child, and every member of a map (attributes; a document type's entities
+// and notations) is live and points back at that map. Attribute subtrees
+// are checked too. Iterative: trees here go very deep.
+inline ::testing::AssertionResult consistent(VQHANDLE root) {
     using vqxml::liveHandle;
     using vqxml::node;
-    if (vqxml::typedNode(root) == nullptr) return "root is no node";
-    VQHANDLE cur = root;
-    for (;;) {
-        const Node *n = node(cur);
+    using vqxml::rec;
+    std::vector<VQHANDLE> todo{root};
+    while (!todo.empty()) {
+        const VQHANDLE h = todo.back();
+        todo.pop_back();
+        if (vqxml::typedNode(h) == nullptr) return ::testing::AssertionFailure() << "dead node " << h;
+        const Node *n = node(h);
         VQHANDLE prev = 0;
-        for (VQHANDLE c = n->firstChild; c != 0; c = node(c)->nextSibling) {
-            if (vqxml::typedNode(c) == nullptr) return "dead child " + std::to_string(c);
-            if (node(c)->parentNode != cur) return "child without its parent " + std::to_string(c);
-            if (node(c)->previousSibling != prev) return "broken previous link " + std::to_string(c);
-            prev = c;
+        for (VQHANDLE c = n->firstChild; c != 0; prev = c, c = node(c)->nextSibling) {
+            if (vqxml::typedNode(c) == nullptr) return ::testing::AssertionFailure() << "dead child of " << h;
+            if (node(c)->parentNode != h || node(c)->previousSibling != prev)
+                return ::testing::AssertionFailure() << "bad links at child " << c;
+            todo.push_back(c);
         }
-        if (n->lastChild != prev) return "last child is not the end " + std::to_string(cur);
-        if (liveHandle(n->attributes)) {
-            const auto *map = vqxml::rec<NamedNodeMap>(n->attributes);
-            VQHANDLE before = 0;
-            for (VQHANDLE it = map->firstItem; it != 0; it = vqxml::rec<ListItem>(it)->nextItem) {
-                if (!liveHandle(it)) return "dead map item";
-                const ListItem *item = vqxml::rec<ListItem>(it);
-                if (item->previousItem != before) return "broken item link";
-                if (vqxml::typedNode(item->node) == nullptr) return "dead map member";
-                if (node(item->node)->containingMap != n->attributes) return "member without its map";
-                before = it;
+        if (n->lastChild != prev) return ::testing::AssertionFailure() << "bad last child of " << h;
+        std::vector<VQHANDLE> maps{n->attributes};
+        if (n->nodeType == VQXML_DOCUMENT_TYPE_NODE) {
+            maps.push_back(rec<DocumentType>(h)->entities);
+            maps.push_back(rec<DocumentType>(h)->notations);
+        }
+        for (VQHANDLE map : maps) {
+            if (!liveHandle(map)) continue;
+            VQHANDLE prevItem = 0, it = rec<NamedNodeMap>(map)->firstItem;
+            for (; it != 0; prevItem = it, it = rec<ListItem>(it)->nextItem) {
+                if (!liveHandle(it)) return ::testing::AssertionFailure() << "dead item of map " << map;
+                const ListItem *item = rec<ListItem>(it);
+                if (item->previousItem != prevItem || vqxml::typedNode(item->node) == nullptr ||
+                    node(item->node)->containingMap != map)
+                    return ::testing::AssertionFailure() << "bad map item " << it;
+                if (node(item->node)->nodeType == VQXML_ATTRIBUTE_NODE) todo.push_back(item->node);
             }
-            if (map->lastItem != before) return "map end is wrong";
+            if (rec<NamedNodeMap>(map)->lastItem != prevItem)
+                return ::testing::AssertionFailure() << "bad last item of map " << map;
         }
-        // Next in pre-order below root.
-        if (n->firstChild != 0) {
-            cur = n->firstChild;
-            continue;
-        }
-        while (cur != root && node(cur)->nextSibling == 0) cur = node(cur)->parentNode;
-        if (cur == root) return "";
-        cur = node(cur)->nextSibling;
     }
+    return ::testing::AssertionSuccess();
 }
 
 }  // namespace robust

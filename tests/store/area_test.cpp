@@ -1,5 +1,5 @@
 // area_test.cpp - document areas: the head of a fresh area, block sizing,
-// splitting, the sweep, growth, slot search, limits, deletion, loading.
+// splitting, the sweep, growth, limits, handle checks, deletion, loading.
 #include <cstring>
 #include <vector>
 
@@ -15,10 +15,9 @@ namespace {
 
 DocArea *area(int n) { return docHead[n]; }
 int32_t *table(int n) { return vqxml::handleTable(docHead[n]); }
-BlockHeader *block(VQHANDLE h) {
-    return vqxml::blockAt(docHead[h & 255], table(h & 255)[h >> 8]);
-}
 int32_t offsetOf(VQHANDLE h) { return table(h & 255)[h >> 8]; }
+BlockHeader *block(VQHANDLE h) { return vqxml::blockAt(docHead[h & 255], offsetOf(h)); }
+char *text(VQHANDLE h) { return static_cast<char *>(toPNode(h)); }
 
 int newArea() {
     uint32_t *field = nullptr;
@@ -36,8 +35,7 @@ void checkArea(int n) {
         BlockHeader *b = vqxml::blockAt(a, static_cast<int32_t>(off));
         ASSERT_GT(b->blockSize, 0);
         ASSERT_EQ(b->blockSize % 8, 0);
-        if (b->blockLink != 0 && b->blockLink < a->indexes &&
-            vqxml::handleTable(a)[b->blockLink] == off) {
+        if (b->blockLink != 0 && b->blockLink < a->indexes && vqxml::handleTable(a)[b->blockLink] == off) {
             ++live;
             liveBytes += b->blockSize;
         }
@@ -55,72 +53,59 @@ void checkArea(int n) {
 
 }  // namespace
 
-TEST_F(LibraryTest, FreshAreaHeadAndFirstObject) {
+TEST_F(LibraryTest, FreshAreaAndBlockSizes) {
     uint32_t *field = nullptr;
     ASSERT_EQ(newDocumentArea(0, &field), 1);
-    ASSERT_NE(field, nullptr);
     ASSERT_NE(allocMemDocArea, nullptr);
     EXPECT_EQ(field, &allocMemDocArea->DocHandle);
     DocArea *a = area(1);
-    EXPECT_EQ(a->doc, 1);
-    EXPECT_EQ(a->size, 20336);
-    EXPECT_EQ(a->indexes, 719);
-    EXPECT_EQ(a->firstfree, 1);
-    EXPECT_EQ(a->freesize, 17408);
-    EXPECT_EQ(a->freeoffset, 718);
+    // doc, size, indexes, firstfree, freesize, freeoffset; then the free
+    // list: one block over the whole data region.
+    EXPECT_EQ((std::vector<int32_t>{a->doc, a->size, a->indexes, a->firstfree, a->freesize, a->freeoffset}),
+              (std::vector<int32_t>{1, 20336, 719, 1, 17408, 718}));
     EXPECT_EQ(a->data, reinterpret_cast<char *>(a) + 2924);
     EXPECT_EQ(table(1)[0], 4);
     EXPECT_EQ(vqxml::blockAt(a, 4)->blockSize, 17408);
     EXPECT_EQ(vqxml::blockAt(a, 4)->blockLink, 0);
 
-    VQHANDLE h = myAlloc(1, 10);
+    const VQHANDLE h = myAlloc(1, 10);
     EXPECT_EQ(h, 0x101u);
     EXPECT_EQ(a->firstfree, 2);
     EXPECT_EQ(offsetOf(h), 4);
     EXPECT_EQ(toPNode(h), a->data + 12);
-    checkArea(1);
-}
 
-TEST_F(LibraryTest, BlockSizesRoundToEightWithHeader) {
-    const int n = newArea();
+    // Blocks round up to eight bytes with their header.
     const struct { int64_t bytes; int32_t block; } cases[] = {
         {0, 8}, {1, 16}, {8, 16}, {9, 24}, {12, 24}, {48, 56}, {52, 64}, {56, 64}, {57, 72}};
     for (const auto &c : cases) {
-        const int32_t before = area(n)->dbgSize;
-        VQHANDLE h = myAlloc(n, c.bytes);
-        ASSERT_NE(h, 0u);
-        EXPECT_EQ(block(h)->blockSize, c.block) << "payload " << c.bytes;
-        EXPECT_EQ(area(n)->dbgSize - before, c.block);
+        const int32_t before = area(1)->dbgSize;
+        const VQHANDLE b = myAlloc(1, c.bytes);
+        ASSERT_NE(b, 0u);
+        EXPECT_EQ(block(b)->blockSize, c.block) << "payload " << c.bytes;
+        EXPECT_EQ(area(1)->dbgSize - before, c.block);
     }
-    checkArea(n);
+    checkArea(1);
 }
 
 TEST_F(LibraryTest, SplitLeavesListedOrUnlistedRest) {
-    const int n = newArea();
     // A rest of 48 bytes is too small for the list: it is unlinked and the
-    // list becomes empty.
-    VQHANDLE big = myAlloc(n, 17408 - 48 - 8);
-    ASSERT_NE(big, 0u);
-    EXPECT_EQ(block(big)->blockSize, 17360);
-    EXPECT_EQ(table(n)[0], 0);
-    BlockHeader *rest = vqxml::blockAt(area(n), 4 + 17360);
-    EXPECT_EQ(rest->blockSize, 48);
-    EXPECT_EQ(rest->blockLink, 0);
-    checkArea(n);
-
-    // A rest of 56 bytes stays on the list in the chosen block's place.
-    const int m = newArea();
-    VQHANDLE b2 = myAlloc(m, 17408 - 56 - 8);
-    EXPECT_EQ(block(b2)->blockSize, 17352);
-    EXPECT_EQ(table(m)[0], 4 + 17352);
-    EXPECT_EQ(vqxml::blockAt(area(m), 4 + 17352)->blockSize, 56);
-    checkArea(m);
+    // list becomes empty. One of 56 stays on the list in the chosen block's
+    // place.
+    for (const int32_t rest : {48, 56}) {
+        SCOPED_TRACE(rest);
+        const int n = newArea();
+        ASSERT_NE(myAlloc(n, 17408 - rest - 8), 0u);
+        EXPECT_EQ(table(n)[0], rest == 48 ? 0 : 17412 - rest);
+        EXPECT_EQ(vqxml::blockAt(area(n), 17412 - rest)->blockSize, rest);
+        EXPECT_EQ(vqxml::blockAt(area(n), 17412 - rest)->blockLink, 0);
+        checkArea(n);
+    }
 }
 
 TEST_F(LibraryTest, SmallListedBlockIsConsumedWhole) {
     const int n = newArea();
-    VQHANDLE keep = myAlloc(n, 100);
-    VQHANDLE a = myAlloc(n, 12);  // a 24-byte block
+    ASSERT_NE(myAlloc(n, 100), 0u);
+    const VQHANDLE a = myAlloc(n, 12);  // a 24-byte block
     const int32_t offA = offsetOf(a);
     myFree(a);
     // Put the freed 24-byte block at the head of the list by hand.
@@ -128,24 +113,20 @@ TEST_F(LibraryTest, SmallListedBlockIsConsumedWhole) {
     table(n)[0] = offA;
     vqxml::blockAt(area(n), offA)->blockLink = oldHead;
     area(n)->firstfree = 3;
-    VQHANDLE b = myAlloc(n, 12);
+    const VQHANDLE b = myAlloc(n, 12);
     EXPECT_EQ(offsetOf(b), offA);
     EXPECT_EQ(block(b)->blockSize, 24);
     EXPECT_EQ(table(n)[0], oldHead);
-    EXPECT_NE(keep, 0u);
     checkArea(n);
 }
 
 TEST_F(LibraryTest, FreedBlocksComeBackOnlyThroughTheSweep) {
     const int n = newArea();
-    VQHANDLE a = myAlloc(n, 8000);
-    VQHANDLE b = myAlloc(n, 8000);
-    VQHANDLE c = myAlloc(n, 16);
-    const int32_t offA = offsetOf(a), offC = offsetOf(c);
+    const VQHANDLE a = myAlloc(n, 8000), b = myAlloc(n, 8000), c = myAlloc(n, 16);
+    const int32_t offA = offsetOf(a);
     myFree(a);
     // Freed space is not reused while most of the area is in use.
-    VQHANDLE d = myAlloc(n, 100);
-    EXPECT_GT(offsetOf(d), offC);
+    EXPECT_GT(offsetOf(myAlloc(n, 100)), offsetOf(c));
     EXPECT_EQ(area(n)->size, 20336);
     checkArea(n);
 
@@ -153,77 +134,37 @@ TEST_F(LibraryTest, FreedBlocksComeBackOnlyThroughTheSweep) {
     // merges a and b into one block, which the request then gets.
     myFree(b);
     ASSERT_GT(area(n)->freesize, area(n)->size / 2);
-    VQHANDLE e = myAlloc(n, 12000);
-    EXPECT_EQ(offsetOf(e), offA);
+    EXPECT_EQ(offsetOf(myAlloc(n, 12000)), offA);
     EXPECT_EQ(area(n)->size, 20336) << "the sweep, not growth, must serve it";
     checkArea(n);
 }
 
-TEST_F(LibraryTest, GrowthForDataKeepsEveryHandlesBytes) {
+TEST_F(LibraryTest, GrowthKeepsTheBytesAndSlowsPastSixtyFourMillion) {
     const int n = newArea();
-    std::vector<VQHANDLE> handles;
-    for (int i = 0; i < 300; ++i) {
-        VQHANDLE h = myAlloc(n, 100);
-        ASSERT_NE(h, 0u);
-        std::memset(toPNode(h), 'a' + i % 26, 100);
-        handles.push_back(h);
-    }
-    EXPECT_EQ(area(n)->size, 39880) << "D 17408 -> 34816, slots 719 -> 1253";
-    EXPECT_EQ(area(n)->indexes, 1253);
-    for (size_t i = 0; i < handles.size(); ++i) {
-        const char *p = static_cast<const char *>(toPNode(handles[i]));
-        for (int k = 0; k < 100; ++k) ASSERT_EQ(p[k], 'a' + static_cast<int>(i % 26));
-    }
-    EXPECT_EQ(area(n)->data, reinterpret_cast<char *>(area(n)) + 48 + 4 * 1253);
-    checkArea(n);
-}
-
-TEST_F(LibraryTest, GrowthForSlotsWhenTheTableIsFull) {
-    const int n = newArea();
-    for (int i = 1; i <= 718; ++i) ASSERT_EQ(myAlloc(n, 1), static_cast<VQHANDLE>(i * 256 + n));
-    EXPECT_EQ(area(n)->freeoffset, 0);
-    VQHANDLE h = myAlloc(n, 1);
-    EXPECT_EQ(h, static_cast<VQHANDLE>(719 * 256 + n));
-    EXPECT_EQ(area(n)->indexes, 1439);
-    EXPECT_EQ(area(n)->size, 30464 + 4 * 1439 + 52);
-    checkArea(n);
-}
-
-TEST_F(LibraryTest, SlotRescanReusesFreedSlots) {
-    const int n = newArea();
-    for (int i = 1; i <= 718; ++i) ASSERT_NE(myAlloc(n, 1), 0u);
-    for (int s = 5; s <= 304; ++s) myFree(static_cast<VQHANDLE>(s * 256 + n));
-    // 300 free slots: too many to grow, so the search starts over at 1.
-    VQHANDLE h = myAlloc(n, 1);
-    EXPECT_EQ(h >> 8, 5u);
-    EXPECT_EQ(area(n)->firstfree, 6);
-    EXPECT_EQ(area(n)->indexes, 719);
-    EXPECT_EQ(myAlloc(n, 1) >> 8, 6u);
-    checkArea(n);
-}
-
-TEST_F(LibraryTest, GentleGrowthPastSixtyFourMillion) {
-    const int n = newArea();
-    ASSERT_NE(myAlloc(n, 30000000), 0u);
+    const VQHANDLE h = myAlloc(n, 30000000);
+    ASSERT_NE(h, 0u);
+    std::memset(text(h), 'k', 100);
+    EXPECT_EQ(area(n)->data, reinterpret_cast<char *>(area(n)) + 48 + 4 * area(n)->indexes);
     ASSERT_NE(myAlloc(n, 30000000), 0u);
     EXPECT_EQ(area(n)->size, 60034832 + 4 * 2191 + 52);
     ASSERT_NE(myAlloc(n, 30000000), 0u);
     // Doubling would pass 64 000 000: slots x7/6, data by what is needed.
     EXPECT_EQ(area(n)->indexes, 2555);
     EXPECT_EQ(area(n)->size, 90034840 + 4 * 2555 + 52);
+    EXPECT_EQ(std::string(text(h), 100), std::string(100, 'k'));
     checkArea(n);
 }
 
 TEST_F(LibraryTest, FailedGrowthKeepsTheAreaAndBarsFurtherGrowth) {
     const int n = newArea();
-    VQHANDLE h = myAlloc(n, 16);
-    std::memcpy(toPNode(h), "persistent", 11);
+    const VQHANDLE h = myAlloc(n, 16);
+    std::strcpy(text(h), "persistent");
     DocArea *before = area(n);
     vqxml::failAllocAt(1);
     EXPECT_EQ(myAlloc(n, 20000), 0u);
     EXPECT_EQ(area(n), before);
     EXPECT_EQ(dontRealloc[n], 1);
-    EXPECT_STREQ(static_cast<char *>(toPNode(h)), "persistent");
+    EXPECT_STREQ(text(h), "persistent");
     EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001711, "DocumentArea|42480|"}}));
     // Barred: later growth fails silently, small requests still fit.
     EXPECT_EQ(myAlloc(n, 20000), 0u);
@@ -232,33 +173,19 @@ TEST_F(LibraryTest, FailedGrowthKeepsTheAreaAndBarsFurtherGrowth) {
     checkArea(n);
 }
 
-TEST_F(LibraryTest, LastFreeEndsTheDocument) {
-    const int n = newArea();
-    VQHANDLE a = myAlloc(n, 8);
-    VQHANDLE b = myAlloc(n, 8);
-    myFree(a);
-    EXPECT_NE(area(n), nullptr);
-    myFree(b);
-    EXPECT_EQ(area(n), nullptr);
-    EXPECT_EQ(validHandle(b), 0);
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001748, "201|"}}));
-    EXPECT_EQ(newArea(), n) << "the number is free again";
-}
-
-TEST_F(LibraryTest, HandleChecks) {
+TEST_F(LibraryTest, HandleChecksAndTheLastFree) {
     EXPECT_EQ(validHandle(0), 0);
     EXPECT_TRUE(vqtest::drainErrors().empty());
     EXPECT_EQ(validHandle(5), 0);
     EXPECT_EQ(VQXML_checkNode(0xabcd01), 0);
     const int n = newArea();
-    VQHANDLE h = myAlloc(n, 4);
+    const VQHANDLE h = myAlloc(n, 4);
     EXPECT_EQ(validHandle(h), 1);
     EXPECT_EQ(VQXML_checkNode(h), 1);
     EXPECT_EQ(validHandle(h + 256), 0) << "unused slot";
     EXPECT_EQ(validHandle((1000u << 8) | static_cast<uint32_t>(n)), 0) << "slot past the table";
     EXPECT_EQ(vqtest::drainErrors(),
-              (std::vector<Err>{{1001748, "5|"}, {1001748, "abcd01|"}, {1001748, "201|"},
-                                {1001748, "3e801|"}}));
+              (std::vector<Err>{{1001748, "5|"}, {1001748, "abcd01|"}, {1001748, "201|"}, {1001748, "3e801|"}}));
     EXPECT_EQ(myAlloc(0, 8), 0u) << "document number 0";
     EXPECT_EQ(myAlloc(0x200, 8), 0u);
     EXPECT_EQ(myAlloc(77, 8), 0u) << "a number without an area";
@@ -266,6 +193,16 @@ TEST_F(LibraryTest, HandleChecks) {
     myFree(0);
     myFree(0x77);
     EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001748, "77|"}}));
+
+    // Freeing the last live block ends the document.
+    const VQHANDLE g = myAlloc(n, 8);
+    myFree(h);
+    EXPECT_NE(area(n), nullptr);
+    myFree(g);
+    EXPECT_EQ(area(n), nullptr);
+    EXPECT_EQ(validHandle(g), 0);
+    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001748, "201|"}}));
+    EXPECT_EQ(newArea(), n) << "the number is free again";
 }
 
 TEST_F(LibraryTest, DocumentNumbersAndTheLimit) {
@@ -274,8 +211,7 @@ TEST_F(LibraryTest, DocumentNumbersAndTheLimit) {
     EXPECT_EQ(newArea(), 0);
     EXPECT_EQ(vqxml::memStats().allocSize - stats.allocSize, 272) << "only the error record";
     EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001714, ""}}));
-    EXPECT_EQ(vqtest::message(1001714, ""),
-              "DOM error: The maximum number of 255 DOM Documents was exceeded.");
+    EXPECT_EQ(vqtest::message(1001714, ""), "DOM error: The maximum number of 255 DOM Documents was exceeded.");
     VQXML_deleteDocumentArea(0x1207);  // document 7
     EXPECT_EQ(area(7), nullptr);
     EXPECT_EQ(newArea(), 7);
@@ -284,14 +220,27 @@ TEST_F(LibraryTest, DocumentNumbersAndTheLimit) {
     EXPECT_EQ(VQDOM_getLastError(), 14);
 }
 
-TEST_F(LibraryTest, DeletingRanges) {
+TEST_F(LibraryTest, DeletingAreasAndTheirTraceLines) {
+    {
+        vqtest::TraceCapture trace('2');
+        const int n = newArea();
+        VQXML_deleteDocumentArea(static_cast<VQHANDLE>(n));
+        const auto lines = trace.lines();
+        ASSERT_EQ(lines.size(), 15u);
+        EXPECT_EQ(lines[0], "newDocumentArea: n = 0, *iDoc = 0x(nil)");
+        EXPECT_EQ(lines[1], "newDocumentArea: docHead[ 0 ] = 0x(nil)");
+        EXPECT_EQ(lines[12], "newDocumentArea: docHead[ 11 ] = 0x(nil)");
+        EXPECT_EQ(lines[13].rfind("VQXML malloc - (newDocumentArea)     addr: 0x0x", 0), 0u);
+        EXPECT_NE(lines[13].find(", (len: 20336)"), std::string::npos);
+        EXPECT_EQ(lines[14].rfind("VQXML free   - (deleteDocumentArea)  addr: 0x0x", 0), 0u);
+    }
     for (int i = 1; i <= 5; ++i) newArea();
     vqtest::TraceCapture trace('1');
     VQXML_deleteDocumentAreaRange(3, 2);
     VQXML_deleteDocumentAreaRange(-1, 5);
     VQXML_deleteDocumentAreaRange(1, 256);
     for (int i = 1; i <= 5; ++i) EXPECT_NE(area(i), nullptr);
-    auto lines = trace.lines();
+    const auto lines = trace.lines();
     ASSERT_EQ(lines.size(), 1u) << "only the valid empty range traces";
     EXPECT_EQ(lines[0], "VQXML free   - (deleteDocumentAreaRange)  nRangeLow: 3, nRangeHigh: 2");
     VQXML_deleteDocumentAreaRange(2, 3);
@@ -305,102 +254,64 @@ TEST_F(LibraryTest, DeletingRanges) {
 
 TEST_F(LibraryTest, ChangeHandleSwapsBlocks) {
     const int n = newArea();
-    VQHANDLE a = myAlloc(n, 8), b = myAlloc(n, 24);
-    std::strcpy(static_cast<char *>(toPNode(a)), "aaa");
-    std::strcpy(static_cast<char *>(toPNode(b)), "bbbbbbbb");
+    const VQHANDLE a = myAlloc(n, 8), b = myAlloc(n, 24);
+    std::strcpy(text(a), "aaa");
+    std::strcpy(text(b), "bbbbbbbb");
     changeHandle(a, b);
-    EXPECT_STREQ(static_cast<char *>(toPNode(a)), "bbbbbbbb");
-    EXPECT_STREQ(static_cast<char *>(toPNode(b)), "aaa");
+    EXPECT_STREQ(text(a), "bbbbbbbb");
+    EXPECT_STREQ(text(b), "aaa");
     EXPECT_EQ(block(a)->blockLink, static_cast<int32_t>(a >> 8));
     EXPECT_EQ(block(b)->blockLink, static_cast<int32_t>(b >> 8));
     changeHandle(a, 0);  // ignored
     checkArea(n);
 }
 
-TEST_F(LibraryTest, LoadingAnAreaImage) {
+TEST_F(LibraryTest, LoadingAreaImages) {
     const int n = newArea();
-    VQHANDLE h = myAlloc(n, 32);
-    std::strcpy(static_cast<char *>(toPNode(h)), "kept across the round trip");
-    const int32_t size = area(n)->size;
-    void *image = dbg_malloc(static_cast<size_t>(size), "document area");
-    std::memcpy(image, area(n), static_cast<size_t>(size));
-
-    // A number in use: the image is consumed and refused.
-    void *dup = dbg_malloc(static_cast<size_t>(size), "document area");
-    std::memcpy(dup, image, static_cast<size_t>(size));
-    const int32_t live = vqxml::memStats().liveBlocks;
-    EXPECT_EQ(VQXML_documentLoaded(dup), 0);
-    EXPECT_EQ(vqxml::memStats().liveBlocks, live - 1);
-
-    VQXML_deleteDocumentArea(h);
-    EXPECT_EQ(VQXML_documentLoaded(image), 1);
-    EXPECT_EQ(area(n), image);
-    EXPECT_STREQ(static_cast<char *>(toPNode(h)), "kept across the round trip");
-    EXPECT_NE(myAlloc(n, 20000), 0u) << "a loaded area grows like any other";
-    checkArea(n);
-
-    for (int bad : {0, 256, -1}) {
-        void *other = dbg_malloc(64, "document area");
-        std::memset(other, 0, 64);
-        static_cast<DocArea *>(other)->doc = bad;
-        EXPECT_EQ(VQXML_documentLoaded(other), 0);
-    }
-    EXPECT_EQ(VQXML_documentLoaded(nullptr), 0);
-}
-
-TEST_F(LibraryTest, AreaTraceLines) {
-    vqtest::TraceCapture trace('2');
-    uint32_t *field = nullptr;
-    const int n = newDocumentArea(0, &field);
-    VQXML_deleteDocumentArea(static_cast<VQHANDLE>(n));
-    auto lines = trace.lines();
-    ASSERT_EQ(lines.size(), 15u);
-    EXPECT_EQ(lines[0], "newDocumentArea: n = 0, *iDoc = 0x(nil)");
-    EXPECT_EQ(lines[1], "newDocumentArea: docHead[ 0 ] = 0x(nil)");
-    EXPECT_EQ(lines[12], "newDocumentArea: docHead[ 11 ] = 0x(nil)");
-    EXPECT_EQ(lines[13].rfind("VQXML malloc - (newDocumentArea)     addr: 0x0x", 0), 0u);
-    EXPECT_NE(lines[13].find(", (len: 20336)"), std::string::npos);
-    EXPECT_EQ(lines[14].rfind("VQXML free   - (deleteDocumentArea)  addr: 0x0x", 0), 0u);
-}
-
-TEST_F(LibraryTest, DamagedAreaImagesAreRefused) {
-    const int n = newArea();
-    VQHANDLE a = myAlloc(n, 40);
-    VQHANDLE b = myAlloc(n, 8);
+    const VQHANDLE a = myAlloc(n, 40), h = myAlloc(n, 32);
+    std::strcpy(text(h), "kept across the round trip");
     myFree(a);
-    const int32_t size = area(n)->size;
-    std::vector<char> good(static_cast<size_t>(size));
+    std::vector<char> good(static_cast<size_t>(area(n)->size));
     std::memcpy(good.data(), area(n), good.size());
-    VQXML_deleteDocumentArea(b);
+    VQXML_deleteDocumentArea(h);
 
-    auto load = [&](auto damage) {
-        void *image = dbg_malloc(good.size(), "document area");
+    // A heap copy of the image, damaged as given.
+    void *image = nullptr;
+    auto load = [&](void (*damage)(DocArea *)) {
+        image = dbg_malloc(good.size(), "document area");
         std::memcpy(image, good.data(), good.size());
         auto *d = static_cast<DocArea *>(image);
         d->data = static_cast<char *>(image) + 48 + 4 * d->indexes;  // for blockAt below
         damage(d);
         return VQXML_documentLoaded(image);
     };
-    auto reason = []() {
-        auto errs = vqtest::drainErrors();
-        return errs.size() == 1 && errs[0].code == 1001757 ? errs[0].params : std::string("?");
+    const struct {
+        void (*damage)(DocArea *);
+        const char *reason;
+    } cases[] = {
+        {[](DocArea *d) { d->size += 8; }, "size|"},
+        {[](DocArea *d) { d->indexes = 100000; }, "size|"},
+        {[](DocArea *d) { vqxml::blockAt(d, 4)->blockSize = 12; }, "block size|"},
+        {[](DocArea *d) { vqxml::handleTable(d)[2] = 12; }, "handle table|"},
+        {[](DocArea *d) { vqxml::handleTable(d)[0] = 12; }, "free list|"},
+        {[](DocArea *d) { d->dbgHandles = 7; }, "counters|"},
+        {[](DocArea *d) { d->doc = -1; }, nullptr},
     };
     const int32_t live = vqxml::memStats().liveBlocks;
-    EXPECT_EQ(load([](DocArea *d) { d->size += 8; }), 0);
-    EXPECT_EQ(reason(), "size|");
-    EXPECT_EQ(load([](DocArea *d) { d->indexes = 100000; }), 0);
-    EXPECT_EQ(reason(), "size|");
-    EXPECT_EQ(load([](DocArea *d) { vqxml::blockAt(d, 4)->blockSize = 12; }), 0);
-    EXPECT_EQ(reason(), "block size|");
-    EXPECT_EQ(load([&](DocArea *d) { vqxml::handleTable(d)[2] = 12; }), 0);
-    EXPECT_EQ(reason(), "handle table|");
-    EXPECT_EQ(load([&](DocArea *d) { vqxml::handleTable(d)[0] = 12; }), 0);
-    EXPECT_EQ(reason(), "free list|");
-    EXPECT_EQ(load([&](DocArea *d) { d->dbgHandles = 7; }), 0);
-    EXPECT_EQ(reason(), "counters|");
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.reason ? c.reason : "number");
+        EXPECT_EQ(load(c.damage), 0);
+        EXPECT_EQ(vqtest::drainErrors(), (c.reason ? std::vector<Err>{{1001757, c.reason}} : std::vector<Err>{}));
+    }
     EXPECT_EQ(vqxml::memStats().liveBlocks, live) << "refused images are freed";
     EXPECT_EQ(VQXML_documentLoaded(good.data()), 0) << "not a block of ours";
+    EXPECT_EQ(VQXML_documentLoaded(nullptr), 0);
     EXPECT_TRUE(vqtest::drainErrors().empty());
-    EXPECT_EQ(load([](DocArea *) {}), 1);
     EXPECT_EQ(vqtest::message(1001757, "size|"), "invalid document area image: size");
+
+    ASSERT_EQ(load([](DocArea *) {}), 1);
+    EXPECT_EQ(area(n), image);
+    EXPECT_STREQ(text(h), "kept across the round trip");
+    EXPECT_NE(myAlloc(n, 20000), 0u) << "a loaded area grows like any other";
+    checkArea(n);
 }
