@@ -1,5 +1,8 @@
-// attributes_test.cpp - named node maps, node lists, attribute operations,
-// DTD default attributes and attribute values built from children.
+// attributes_test.cpp - named node maps, node lists, attribute operations and
+// the handles each consumes, DTD default attributes, attribute values built
+// from children or set whole, and copies rebuilding values for the target.
+#include <cstring>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -11,19 +14,44 @@
 namespace {
 
 using vqtest::ds;
+using vqtest::drainErrors;
 using vqtest::Err;
+using vqtest::message;
+using Errs = std::vector<Err>;
 using vqtest::str;
 using vqxml::liveHandle;
+using vqxml::node;
+using vqxml::rec;
 
-constexpr int64_t kWrongDoc = 1001704, kNotFound = 1001708, kInuse = 1001710;
-constexpr uint16_t kCdata = 3, kNmtoken = 9;
+constexpr int64_t kBadChar = 1001705, kWrongDoc = 1001704, kNotFound = 1001708, kInuse = 1001710;
 
-class AttributesTest : public vqtest::LibraryTest {
+bool alive(VQHANDLE h) { return liveHandle(h); }
+
+class AttributesTest : public vqtest::DocumentTest {
 protected:
     void SetUp() override {
-        LibraryTest::SetUp();
-        doc = VQDOM_createDocument();
-        ASSERT_NE(doc, 0u);
+        DocumentTest::SetUp();
+        other = VQDOM_createDocument();
+    }
+    VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
+    VQHANDLE with(VQHANDLE parent, std::initializer_list<VQHANDLE> children) const {
+        for (VQHANDLE c : children) add(parent, c);
+        return parent;
+    }
+    // Text children as 'values', others by name.
+    static std::string kids(VQHANDLE parent) {
+        std::string out;
+        for (VQHANDLE c = VQDOM_getFirstChild(parent); c != 0; c = VQDOM_getNextSibling(c)) {
+            if (!out.empty()) out += ' ';
+            out += VQDOM_getNodeType(c) == VQXML_TEXT_NODE ? "'" + str(VQDOM_getNodeValue(c)) + "'"
+                                                           : str(VQDOM_getNodeName(c));
+        }
+        return out;
+    }
+    static VQHANDLE parse(const char *xml) {
+        const VQHANDLE d = VQXML_parse(xml);
+        EXPECT_NE(d, 0u) << xml << ::testing::PrintToString(vqtest::drainErrors());
+        return d;
     }
     VQHANDLE elem(const char *name, VQHANDLE d = 0) {
         return VQDOM_createElement(d ? d : doc, ds(d ? d : doc, name));
@@ -43,24 +71,7 @@ protected:
         }
         return out;
     }
-    // Declares an attribute of `element` in d's document type, with a
-    // default built the way the DTD parser leaves it (an Attr in the
-    // definition's map whose children hold the value).
-    static void declare(VQHANDLE d, const char *element, const char *name, uint16_t type,
-                        const char *value) {
-        VQHANDLE dt = VQDOM_getDoctype(d);
-        if (dt == 0) VQDOM_appendChild(d, dt = createDocumentType(d, ds(d, element)));
-        const VQHANDLE list = createAttlistDecl(d, ds(d, element));
-        VQDOM_appendChild(dt, list);
-        const VQHANDLE def = createAttDef(d, ds(d, name));
-        vqxml::rec<AttDef>(def)->attType = type;
-        VQDOM_appendChild(list, def);
-        if (value == nullptr) return;
-        const VQHANDLE a = VQDOM_createAttribute(d, ds(d, name));
-        VQDOM_appendChild(a, VQDOM_createTextNode(d, ds(d, value)));
-        VQDOM_setNamedItem(vqxml::node(def)->attributes, a);
-    }
-    VQHANDLE doc = 0;
+    VQHANDLE other = 0;
 };
 
 TEST_F(AttributesTest, SetReplaceAndRemove) {
@@ -107,41 +118,44 @@ TEST_F(AttributesTest, SetReplaceAndRemove) {
 }
 
 TEST_F(AttributesTest, DefaultsFromTheDtd) {
-    declare(doc, "e", "x", kCdata, " d  v ");
-    declare(doc, "e", "n", kNmtoken, "  a   b ");
-    declare(doc, "e", "req", kCdata, nullptr);
-    declare(doc, "other", "y", kCdata, "no");
-    const VQHANDLE e = elem("e");
-    EXPECT_EQ(attrs(e), "x~ d  v  n~a b");
-    EXPECT_EQ(str(VQDOM_getAttribute(e, ds(doc, "x"))), " d  v ");
-
-    set(e, "x", "mine");
-    EXPECT_EQ(attrs(e), "n~a b x=mine");
-
-    // Nothing takes the place of a removed default.
-    VQDOM_removeAttributeStr(e, "n");
-    EXPECT_EQ(VQDOM_getAttributeNodeStr(e, "n"), 0u);
-    EXPECT_EQ(attrs(e), "x=mine");
-    EXPECT_TRUE(vqtest::drainErrors().empty());
+    // Declarations brought in by a parameter entity hang below its reference, in document order; the
+    // default values are kept as declared, then folded as their type asks.
+    const VQHANDLE d = parse("<!DOCTYPE e [<!ATTLIST e first CDATA ' d  v '><!ENTITY % pe \"<!ATTLIST e inner NMTOKEN"
+                             " '  a   b '>\">%pe;<!ATTLIST e required CDATA #REQUIRED><!ATTLIST e last CDATA '3'>"
+                             "<!ATTLIST f other CDATA '5'>]><f/>");
+    const VQHANDLE e = VQDOM_createElement(d, ds(d, "e"));
+    EXPECT_EQ(attrs(e), "first~ d  v  inner~a b last~3");
+    EXPECT_EQ(kids(VQDOM_getAttributeNodeStr(e, "last")), "'3'");
+    // A given value replaces a default and goes to the end; a default replaces an attribute of its name.
+    set(e, "first", "mine");
+    EXPECT_EQ(attrs(e), "inner~a b last~3 first=mine");
+    const VQHANDLE mine = VQDOM_getAttributeNodeStr(e, "first");
+    setDefaultAttribute(e, findAttDef(d, "e", "first"));
+    EXPECT_FALSE(alive(mine));
+    EXPECT_EQ(attrs(e), "inner~a b last~3 first~ d  v ");
+    // A definition without a default adds nothing, nor does the removal of a default.
+    setDefaultAttribute(e, findAttDef(d, "e", "required"));
+    VQDOM_removeAttributeStr(e, "inner");
+    EXPECT_EQ(VQDOM_getAttributeNodeStr(e, "inner"), 0u);
+    EXPECT_EQ(attrs(e), "last~3 first~ d  v ");
+    EXPECT_TRUE(drainErrors().empty());
 }
 
-TEST_F(AttributesTest, CloneTakesTheTargetsDefaults) {
-    declare(doc, "e", "x", kCdata, "source");
-    const VQHANDLE e = elem("e");
-    set(e, "y", "  p   q ");
-
-    const VQHANDLE target = VQDOM_createDocument();
-    declare(target, "e", "x", kCdata, "target");
-    declare(target, "e", "y", kNmtoken, "dflt");
+// A copy rebuilds each value from the children (not the value string) and
+// takes the target's defaults and folding; within the source nothing changes.
+TEST_F(AttributesTest, CopiesRecomputeValuesForTheTarget) {
+    const VQHANDLE d = parse("<!DOCTYPE e [<!ATTLIST e x CDATA 'source'>]><e y='  p   q '/>");
+    const VQHANDLE e = VQDOM_getDocumentElement(d), y = VQDOM_getAttributeNodeStr(e, "y");
+    VQDOM_deleteDS(node(y)->nodeValue);
+    node(y)->nodeValue = ds(d, "stale");
+    const VQHANDLE target = parse("<!DOCTYPE e [<!ATTLIST e x CDATA 'target' y NMTOKEN 'dflt'>]><e/>");
     const VQHANDLE copy = VQDOM_cloneNodeDoc(e, 1, target);
-    // The default x comes from the target; the given y displaces the
-    // target's default and its value folds as the target declares it.
     EXPECT_EQ(attrs(copy), "x~target y=p q");
     EXPECT_EQ(VQDOM_getOwnerDocument(VQDOM_getAttributeNodeStr(copy, "x")), target);
-
-    // Within the source document nothing changes.
+    EXPECT_EQ(attrs(VQDOM_cloneNodeDoc(e, 0, other)), "y=  p   q ");  // no declarations: no defaults, no folding
     EXPECT_EQ(attrs(VQDOM_cloneNode(e, 0)), "x~source y=  p   q ");
-    EXPECT_TRUE(vqtest::drainErrors().empty());
+    EXPECT_EQ(str(VQDOM_getNodeValue(y)), "stale");
+    EXPECT_TRUE(drainErrors().empty());
 }
 
 TEST_F(AttributesTest, NormalValueFromChildren) {
@@ -223,6 +237,135 @@ TEST_F(AttributesTest, EntitiesAndNotationsEnterTheDoctypeMaps) {
     EXPECT_EQ(vqxml::node(first)->containingMap, 0u);
     VQDOM_deleteNode(first);
     EXPECT_TRUE(vqtest::drainErrors().empty());
+}
+
+TEST_F(AttributesTest, NamedMapOperations) {
+    const VQHANDLE e = el("e");
+    set(e, "a", "1");
+    set(e, "b", "2");
+    set(e, "c", "3");
+    const VQHANDLE map = VQDOM_getAttributes(e), oldB = VQDOM_getNamedItemStr(map, "b"), newB = attr("b");
+    // The displaced node comes back unlinked and alive; the new one goes to the end.
+    VQDOM_setNodeValue(newB, s("4"));
+    EXPECT_EQ(VQDOM_setNamedItem(map, newB), oldB);
+    EXPECT_TRUE(alive(oldB));
+    EXPECT_EQ(node(oldB)->containingMap, 0u);
+    EXPECT_EQ(attrs(e), "a=1 c=3 b=4");
+    // Entering an attribute already in this very map is refused; it stays.
+    EXPECT_EQ(VQDOM_setNamedItem(map, newB), 0u);
+    EXPECT_EQ(attrs(e), "a=1 c=3 b=4");
+    EXPECT_EQ(drainErrors(), (Errs{{kInuse, ""}}));
+    EXPECT_EQ(message(kInuse, ""), "DOM error: INUSE_ATTRIBUTE_ERR");
+    // An invalid map deletes the node; an invalid node is just refused.
+    const VQHANDLE lost = attr("lost");
+    EXPECT_EQ(VQDOM_setNamedItem(0, lost), 0u);
+    EXPECT_FALSE(alive(lost));
+    EXPECT_EQ(VQDOM_setNamedItem(map, 0), 0u);
+    // Positions and lengths.
+    EXPECT_EQ(VQDOM_itemMap(map, 1), VQDOM_getNamedItemStr(map, "c"));
+    EXPECT_EQ(VQDOM_itemMap(map, 3) | VQDOM_itemMap(map, UINT64_MAX) | VQDOM_itemMap(0, 0), 0u);
+    EXPECT_EQ(VQDOM_getLengthMap(0), 0u);
+    EXPECT_EQ(VQDOM_getNamedItem(map, 0) | VQDOM_getNamedItemStr(map, nullptr), 0u);
+    // Removal: an invalid map says nothing, an absent name is reported.
+    EXPECT_EQ(VQDOM_removeNamedItem(0, s("a")) | VQDOM_removeNamedItemStr(0, "a"), 0u);
+    EXPECT_TRUE(drainErrors().empty());
+    EXPECT_EQ(VQDOM_removeNamedItemStr(map, "zz"), 0u);
+    EXPECT_EQ(drainErrors(), (Errs{{kNotFound, ""}}));
+    EXPECT_EQ(str(VQDOM_getNodeName(VQDOM_removeNamedItemStr(map, "a"))), "a");
+    EXPECT_EQ(attrs(e), "c=3 b=4");
+    // Other members than attributes may move between maps.
+    const VQHANDLE entities = VQDOM_getEntities(add(doc, createDocumentType(doc, s("r"))));
+    const VQHANDLE first = allocNode(doc, VQXML_ENTITY_NODE, s("ent"));
+    const VQHANDLE second = allocNode(doc, VQXML_ENTITY_NODE, s("ent"));
+    EXPECT_EQ(VQDOM_setNamedItem(entities, first), 0u);
+    EXPECT_EQ(VQDOM_setNamedItem(entities, second), first);
+    EXPECT_EQ(VQDOM_getLengthMap(entities), 1u);
+    EXPECT_TRUE(drainErrors().empty());
+}
+
+TEST_F(AttributesTest, AttributeOperations) {
+    const VQHANDLE e = el("e");
+    set(e, "a", "hello");
+    const VQHANDLE a = VQDOM_getAttributeNodeStr(e, "a"), name = s("a");
+    EXPECT_EQ(VQDOM_getAttribute(e, name), VQDOM_getNodeValue(a));  // not a copy
+    EXPECT_EQ(VQDOM_getAttributeNode(e, name), a);
+    EXPECT_EQ(VQDOM_getName(a), VQDOM_getNodeName(a));
+    char buf[8];
+    std::memset(buf, '#', sizeof buf);
+    EXPECT_EQ(VQDOM_getAttributeStr(e, "a", buf, 3), 5);
+    EXPECT_EQ(std::string(buf, 4), std::string("he\0#", 4));
+    std::memset(buf, '#', sizeof buf);
+    EXPECT_EQ(VQDOM_getAttributeStr(e, "none", buf, 0), 0);
+    EXPECT_EQ(buf[0], '#');
+    // setAttribute consumes both strings on every path.
+    const VQHANDLE n1 = s("x"), v1 = s("1"), n2 = s("1x"), v2 = s("2"), n3 = vqtest::ds(other, "x"), v3 = s("3");
+    VQDOM_setAttribute(0, n1, v1);
+    VQDOM_setAttribute(e, n2, v2);
+    VQDOM_setAttribute(e, n3, v3);
+    for (VQHANDLE h : {n1, v1, n2, v2, n3, v3}) EXPECT_FALSE(alive(h));
+    EXPECT_EQ(drainErrors(), (Errs{{1001750, "0x31|"}, {kBadChar, "0x31|1x|"}, {kWrongDoc, "createAttribute|"}}));
+    // A foreign value leaves the new attribute in place without one; the one it displaced is gone.
+    const VQHANDLE foreign = vqtest::ds(other, "f");
+    VQDOM_setAttribute(e, s("a"), foreign);
+    EXPECT_FALSE(alive(a) || alive(foreign));
+    const VQHANDLE bare = VQDOM_getAttributeNodeStr(e, "a");
+    ASSERT_NE(bare, 0u);
+    EXPECT_EQ(VQDOM_getNodeValue(bare) | VQDOM_getFirstChild(bare), 0u);
+    EXPECT_EQ(drainErrors(), (Errs{{kWrongDoc, "setNodeValue|"}}));
+    // setAttributeNode hands back the attribute it displaced.
+    const VQHANDLE replacement = attr("a");
+    EXPECT_EQ(VQDOM_setAttributeNode(e, replacement), bare);
+    EXPECT_TRUE(alive(bare));
+    // Removal by name keeps the caller's name.
+    VQDOM_removeAttribute(e, name);
+    EXPECT_TRUE(alive(name));
+    EXPECT_FALSE(alive(replacement));
+    VQDOM_removeAttribute(e, name);
+    EXPECT_TRUE(alive(name));
+    EXPECT_EQ(VQDOM_removeAttributeNode(e, 0) | VQDOM_removeAttributeNode(0, bare), 0u);
+    EXPECT_EQ(drainErrors(), (Errs{{kNotFound, ""}, {kNotFound, ""}, {kNotFound, ""}}));
+}
+
+TEST_F(AttributesTest, SetNodeValueReplacesTheChildren) {
+    // An attribute's children give way to one text child holding the DS itself; the value is
+    // rebuilt from it, blanks kept whatever the declared type.
+    const VQHANDLE d = parse("<!DOCTYPE e [<!ATTLIST e a NMTOKEN #IMPLIED>]><e a='old'/>");
+    const VQHANDLE a = VQDOM_getAttributeNodeStr(VQDOM_getDocumentElement(d), "a"), oldChild = VQDOM_getFirstChild(a);
+    const VQHANDLE v = vqtest::ds(d, "  p  q ");
+    rec<Attr>(a)->specified = 0;
+    VQDOM_setNodeValue(a, v);
+    EXPECT_FALSE(alive(oldChild));
+    const VQHANDLE child = VQDOM_getFirstChild(a);
+    EXPECT_EQ(VQDOM_getNodeValue(child), v);
+    EXPECT_EQ(VQDOM_getNextSibling(child), 0u);
+    EXPECT_NE(VQDOM_getNodeValue(a), v);
+    EXPECT_EQ(str(VQDOM_getValue(a)), "  p  q ");
+    EXPECT_EQ(VQDOM_getSpecified(a), 1);
+    EXPECT_TRUE(drainErrors().empty());
+    // A value of another document changes nothing.
+    const VQHANDLE foreign = vqtest::ds(other, "f");
+    VQDOM_setNodeValue(a, foreign);
+    EXPECT_FALSE(alive(foreign));
+    EXPECT_EQ(str(VQDOM_getValue(a)), "  p  q ");
+    EXPECT_EQ(drainErrors(), (Errs{{kWrongDoc, "setNodeValue|"}}));
+}
+
+TEST_F(AttributesTest, NormalValueBoundaries) {
+    // Stopped before anything was gathered: a new empty value, result 0.
+    const VQHANDLE a = with(attr("a"), {with(ref("r"), {VQDOM_createComment(doc, s("c"))})});
+    EXPECT_EQ(getNormalValue(a, 0), 0);
+    EXPECT_TRUE(alive(VQDOM_getNodeValue(a)));
+    EXPECT_EQ(str(VQDOM_getNodeValue(a)), "");
+    // Folding takes blanks only, at both ends and in runs.
+    struct { const char *in, *out; } const cases[] = {
+        {"  ab   cd ", "ab cd"}, {"    ", ""}, {"\n a \r\n", "\n a \r\n"}};
+    for (const auto &f : cases) {
+        SCOPED_TRACE(f.in);
+        const VQHANDLE b = with(attr("b"), {text(f.in)});
+        EXPECT_EQ(getNormalValue(b, 0), 1);
+        EXPECT_EQ(str(VQDOM_getNodeValue(b)), f.out);
+    }
+    EXPECT_TRUE(drainErrors().empty());
 }
 
 }  // namespace

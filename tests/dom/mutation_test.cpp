@@ -1,6 +1,9 @@
-// mutation_test.cpp - linking, unlinking, deleting and normalising trees.
-// Every test checks the whole tree's links afterwards: a broken sibling or
-// map link shows up long after the call that broke it.
+// mutation_test.cpp - linking, unlinking, deleting and normalising trees:
+// the parent/child rules beside the type table, the order of the checks,
+// which handles a refused call deletes (its whole subtree) and which it
+// leaves to the caller. The tree's links are checked afterwards: a broken
+// sibling or map link shows up long after the call that broke it.
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -15,7 +18,14 @@ using vqtest::Err;
 using vqtest::str;
 using vqxml::liveHandle;
 
-constexpr int64_t kHierarchy = 1001703, kNotFound = 1001708;
+constexpr int64_t kHierarchy = 1001703, kWrongDoc = 1001704, kNotFound = 1001708, kNullPointer = 1001712;
+using Errs = std::vector<Err>;
+using vqtest::drainErrors;
+using vqtest::message;
+using vqxml::node;
+using vqxml::rec;
+
+bool alive(VQHANDLE h) { return liveHandle(h); }
 
 bool unlinked(VQHANDLE h) {
     const Node *n = vqxml::node(h);
@@ -26,6 +36,23 @@ class MutationTest : public vqtest::DocumentTest {
 protected:
     VQHANDLE comment() const { return VQDOM_createComment(doc, s("c")); }
     VQHANDLE fragment() const { return VQDOM_createDocumentFragment(doc); }
+    VQHANDLE frag() const { return fragment(); }
+    VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
+    VQHANDLE pi(const char *t, const char *d) const { return VQDOM_createProcessingInstruction(doc, s(t), s(d)); }
+    VQHANDLE with(VQHANDLE parent, std::initializer_list<VQHANDLE> children) const {
+        for (VQHANDLE c : children) add(parent, c);
+        return parent;
+    }
+    void set(VQHANDLE e, const char *name, const char *value) const { VQDOM_setAttribute(e, s(name), s(value)); }
+    // Live objects in an area: a refused subtree must give all of its back.
+    static int32_t objects(VQHANDLE d) { return docHead[d & 255]->dbgHandles; }
+    // An element with an attribute, a text child and a nested element: six
+    // nodes, their strings, the attribute map and two child lists.
+    VQHANDLE subtree() const {
+        const VQHANDLE e = with(el("s"), {text("t"), el("inner")});
+        set(e, "a", "1");
+        return e;
+    }
     // The children of a node: element names, 'text values', other node names.
     static std::string kids(VQHANDLE parent) {
         std::string out;
@@ -176,6 +203,203 @@ TEST_F(MutationTest, DeletingADocumentFreesItsArea) {
     VQDOM_deleteNode(doc);
     EXPECT_EQ(docHead[doc & 255], nullptr);
     EXPECT_TRUE(vqtest::drainErrors().empty());
+}
+
+// The table of child types per parent type is the code's own; these are the
+// rules that depend on the nodes themselves.
+TEST_F(MutationTest, HierarchyRulesBesideTheTable) {
+    // A parameter entity takes no children at all, a general one content.
+    const VQHANDLE param = allocNode(doc, VQXML_ENTITY_NODE, s("p"));
+    const VQHANDLE general = allocNode(doc, VQXML_ENTITY_NODE, s("g"));
+    rec<Entity>(param)->kind = 1;
+    for (int c : {1, 3, 4, 5, 7, 8}) {
+        SCOPED_TRACE(c);
+        EXPECT_EQ(hierarchyErr(param, allocNode(doc, c, s("n"))), 1);
+        EXPECT_EQ(hierarchyErr(general, allocNode(doc, c, s("n"))), 0);
+    }
+    EXPECT_EQ(drainErrors(), Errs(6, Err{kHierarchy, ""}));
+    EXPECT_EQ(message(kHierarchy, ""), "DOM error: HIERARCHY_REQUEST_ERR");
+    // One document element; processing instructions, comments and document types without limit.
+    const VQHANDLE root = add(doc, el("root"));
+    EXPECT_EQ(hierarchyErr(doc, el("second")), 1);
+    EXPECT_EQ(hierarchyErr(doc, root), 0);
+    for (int i = 0; i < 2; ++i) {
+        add(doc, createDocumentType(doc, s("r")));
+        add(doc, comment());
+    }
+    // No node under itself, however deep; invalid handles pass.
+    const VQHANDLE mid = add(root, el("mid")), leaf = add(mid, el("leaf"));
+    EXPECT_EQ(hierarchyErr(leaf, root) + hierarchyErr(leaf, leaf) + hierarchyErr(mid, mid), 3);
+    EXPECT_EQ(hierarchyErr(0, root) + hierarchyErr(root, 0), 0);
+    EXPECT_EQ(drainErrors().size(), 4u);
+}
+
+TEST_F(MutationTest, RefusedInsertionsFreeTheWholeSubtree) {
+    const VQHANDLE p = add(doc, el("p"));
+    const int32_t before = objects(doc);
+    add(p, subtree());
+    VQDOM_deleteNode(node(p)->lastChild);
+    EXPECT_EQ(objects(doc), before);
+    // Every refusal path gives back what the refused node held: attributes, children, strings, lists.
+    EXPECT_EQ(VQDOM_appendChild(0, subtree()), 0u);                       // invalid parent
+    EXPECT_EQ(VQDOM_appendChild(doc, subtree()), 0u);                     // second root
+    EXPECT_EQ(VQDOM_insertBefore(p, subtree(), el("stray")), 0u);         // not a child
+    EXPECT_EQ(VQDOM_insertBefore(0, subtree(), 0), 0u);                   // appended to nothing
+    EXPECT_EQ(VQDOM_appendChild(VQDOM_createDocument(), subtree()), 0u);  // other document
+    const VQHANDLE fr = with(frag(), {subtree(), text("x")});
+    EXPECT_EQ(VQDOM_insertBefore(p, fr, el("stray2")), 0u);
+    EXPECT_FALSE(alive(fr));
+    // Only the two stray reference elements remain (each: node, name, map, child list).
+    EXPECT_EQ(objects(doc), before + 8);
+    EXPECT_EQ(drainErrors(), (Errs{{kHierarchy, ""}, {kNotFound, ""}, {kWrongDoc, ""}, {kNotFound, ""}}));
+    EXPECT_EQ(message(kNotFound, ""), "DOM error: NOT_FOUND_ERR");
+    EXPECT_EQ(message(kWrongDoc, ""), "DOM error: WRONG_DOCUMENT_ERR");
+}
+
+TEST_F(MutationTest, InsertBeforeChecksInOrder) {
+    const VQHANDLE p = el("p"), r = add(p, el("ref")), stray = el("stray");
+    // newChild equal to refChild wins over every later check.
+    EXPECT_EQ(VQDOM_insertBefore(p, stray, stray), stray);
+    EXPECT_TRUE(alive(stray));
+    EXPECT_EQ(VQDOM_getParentNode(stray), 0u);
+    const VQHANDLE other = VQDOM_createDocument(), foreign = VQDOM_createElement(other, vqtest::ds(other, "f"));
+    EXPECT_EQ(VQDOM_insertBefore(p, foreign, foreign), foreign);
+    EXPECT_TRUE(drainErrors().empty());
+    // The document check comes before the parent check.
+    EXPECT_EQ(VQDOM_insertBefore(p, foreign, stray), 0u);
+    EXPECT_FALSE(alive(foreign));
+    EXPECT_EQ(drainErrors(), (Errs{{kWrongDoc, ""}}));
+    // A null child inserts nothing and reports nothing.
+    EXPECT_EQ(VQDOM_insertBefore(p, 0, r), 0u);
+    EXPECT_EQ(VQDOM_appendChild(p, 0), 0u);
+    EXPECT_TRUE(drainErrors().empty());
+    // Empty fragments: nothing moves, the fragment goes.
+    for (bool before : {false, true}) {
+        const VQHANDLE fr = frag();
+        EXPECT_EQ(before ? VQDOM_insertBefore(p, fr, r) : VQDOM_appendChild(p, fr), 0u);
+        EXPECT_FALSE(alive(fr));
+    }
+    EXPECT_EQ(kids(p), "ref");
+    // A fragment's children are tested one by one: the document keeps the first element only.
+    const VQHANDLE e1 = el("e1"), e2 = el("e2"), fr = with(frag(), {e1, e2, comment()});
+    EXPECT_EQ(VQDOM_appendChild(doc, fr), e1);
+    EXPECT_FALSE(alive(e2) || alive(fr));
+    EXPECT_EQ(kids(doc), "e1 #comment");
+    EXPECT_EQ(drainErrors(), (Errs{{kHierarchy, ""}}));
+    // Moving a node takes it out of its old parent.
+    const VQHANDLE q = el("q");
+    add(p, el("last"));
+    EXPECT_EQ(VQDOM_appendChild(q, r), r);
+    EXPECT_EQ(kids(p), "last");
+    EXPECT_EQ(VQDOM_getPreviousSibling(VQDOM_getFirstChild(p)), 0u);
+    EXPECT_EQ(VQDOM_insertBefore(p, r, VQDOM_getFirstChild(p)), r);
+    EXPECT_EQ(kids(p), "ref last");
+    EXPECT_EQ(node(q)->firstChild | node(q)->lastChild, 0u);
+    // An attribute held by an element cannot become a child: it is deleted and leaves the map.
+    set(p, "a", "v");
+    const VQHANDLE held = VQDOM_getAttributeNodeStr(p, "a");
+    EXPECT_EQ(VQDOM_appendChild(q, held), 0u);
+    EXPECT_FALSE(alive(held));
+    EXPECT_EQ(VQDOM_getLengthMap(VQDOM_getAttributes(p)), 0u);
+    EXPECT_EQ(VQDOM_itemMap(VQDOM_getAttributes(p), 0), 0u);
+}
+
+TEST_F(MutationTest, ReplaceChildPaths) {
+    // Refused before anything happens: newChild is left alone.
+    const VQHANDLE loose = el("loose");
+    EXPECT_EQ(VQDOM_replaceChild(0, loose, el("x")), 0u);
+    EXPECT_EQ(VQDOM_replaceChild(doc, loose, loose), 0u);
+    EXPECT_TRUE(alive(loose));
+    const VQHANDLE c1 = add(doc, comment());
+    EXPECT_EQ(VQDOM_replaceChild(doc, loose, c1), 0u);  // no document element yet
+    EXPECT_TRUE(alive(loose));
+    EXPECT_EQ(kids(doc), "#comment");
+    EXPECT_TRUE(drainErrors().empty());
+    // Into a document, a new element goes where the document element stands, whichever is replaced.
+    const VQHANDLE root = add(doc, el("root")), p = add(doc, pi("pi", "")), intruder = el("intruder");
+    EXPECT_EQ(VQDOM_replaceChild(doc, intruder, c1), c1);  // the root is still there
+    EXPECT_FALSE(alive(intruder));
+    EXPECT_EQ(node(c1)->parentNode, 0u);
+    EXPECT_EQ(kids(doc), "root pi");
+    EXPECT_EQ(drainErrors(), (Errs{{kHierarchy, ""}}));
+    // The insertion point was the replaced child itself, no longer a child when the insertion runs.
+    const VQHANDLE late = el("late");
+    EXPECT_EQ(VQDOM_replaceChild(doc, late, p), p);
+    EXPECT_FALSE(alive(late));
+    EXPECT_EQ(kids(doc), "root");
+    EXPECT_EQ(drainErrors(), (Errs{{kNotFound, ""}}));
+    // A document element with nothing behind it is replaced at the end.
+    VQDOM_insertBefore(doc, c1, root);
+    EXPECT_EQ(VQDOM_replaceChild(doc, el("fresh"), root), root);
+    EXPECT_EQ(kids(doc), "#comment fresh");
+    // Elsewhere the removal runs even when the insertion was refused.
+    const VQHANDLE a = attr("a"), t = add(a, text("v")), c2 = comment();
+    EXPECT_EQ(VQDOM_replaceChild(a, c2, t), t);
+    EXPECT_FALSE(alive(c2));
+    EXPECT_EQ(VQDOM_getFirstChild(a), 0u);
+    EXPECT_EQ(drainErrors(), (Errs{{kHierarchy, ""}}));
+    // A stranger as oldChild is reported by both halves.
+    const VQHANDLE n = el("n");
+    EXPECT_EQ(VQDOM_replaceChild(el("p"), n, el("stranger")), 0u);
+    EXPECT_FALSE(alive(n));
+    EXPECT_EQ(drainErrors(), (Errs{{kNotFound, ""}, {kNotFound, ""}}));
+}
+
+TEST_F(MutationTest, RemoveAndDelete) {
+    const VQHANDLE p = el("p"), c = add(p, el("c"));
+    EXPECT_EQ(VQDOM_removeChild(0, c) | VQDOM_removeChild(p, 0), 0u);
+    EXPECT_EQ(drainErrors(), (Errs{{kNotFound, ""}, {kNotFound, ""}}));
+    // Deleting a linked node unlinks it and frees its strings, attributes and every list chained to it.
+    const int32_t before = objects(doc);
+    const VQHANDLE st = add(p, subtree()), list = VQDOM_getElementsByTagNameStr(st, "inner");
+    const VQHANDLE tag = rec<NodeList>(list)->tagName, a = VQDOM_getAttributeNodeStr(st, "a");
+    const VQHANDLE value = VQDOM_getNodeValue(a);
+    VQDOM_deleteNode(st);
+    for (VQHANDLE h : {st, list, tag, a, value}) EXPECT_FALSE(alive(h));
+    EXPECT_EQ(objects(doc), before);
+    EXPECT_EQ(node(p)->lastChild, c);
+    EXPECT_EQ(node(c)->nextSibling, 0u);
+    // A document type takes its declarations and its maps' members; an entity its identifier and strings.
+    const VQHANDLE dt = createDocumentType(doc, s("r")), entity = allocNode(doc, VQXML_ENTITY_NODE, s("e"));
+    const VQHANDLE id = createExternalID(doc), sys = s("e.xml"), notationName = s("gif"), literal = s("lit");
+    rec<ExternalID>(id)->systemId = sys;
+    rec<Entity>(entity)->externalID = id;
+    rec<Entity>(entity)->notationName = notationName;
+    rec<Entity>(entity)->value = literal;
+    EXPECT_EQ(VQDOM_setNamedItem(rec<DocumentType>(dt)->entities, entity), 0u);
+    const VQHANDLE notation = allocNode(doc, VQXML_NOTATION_NODE, s("gif"));
+    VQDOM_setNamedItem(rec<DocumentType>(dt)->notations, notation);
+    const VQHANDLE decl = add(dt, createElementDecl(doc, s("r")));
+    VQDOM_deleteNode(dt);
+    for (VQHANDLE h : {dt, entity, id, sys, notationName, literal, notation, decl}) EXPECT_FALSE(alive(h));
+    VQDOM_deleteNode(0);
+    VQDOM_deleteNode(st);
+    EXPECT_TRUE(drainErrors().empty());
+}
+
+TEST_F(MutationTest, NormalizeTouchesOnlyElementChildren) {
+    const VQHANDLE a = with(attr("a"), {text("x"), text("y")}), r = with(ref("r"), {text("r1"), text("r2")});
+    const VQHANDLE t1 = text("1"), t2 = text("2"), e = with(el("e"), {t1, t2, r, text("3"), comment(), text("4")});
+    VQDOM_setAttributeNode(e, a);
+    EXPECT_EQ(VQDOM_normalize(e), 0);
+    EXPECT_EQ(kids(e), "'12' r '3' #comment '4'");
+    EXPECT_FALSE(alive(t2));
+    EXPECT_EQ(node(e)->firstChild, t1);
+    EXPECT_EQ(kids(r), "'r1' 'r2'");  // references are not entered
+    EXPECT_EQ(kids(a), "'x' 'y'");    // nor attribute maps
+    // An attribute given directly has its own text children merged.
+    EXPECT_EQ(VQDOM_normalize(a), 0);
+    EXPECT_EQ(kids(a), "'xy'");
+    EXPECT_EQ(VQDOM_normalize(0), 0);
+    // A text node without a value takes the others' through the append, which reports it.
+    const VQHANDLE f = el("f"), bare = add(f, text("z"));
+    VQDOM_deleteDS(node(bare)->nodeValue);
+    node(bare)->nodeValue = 0;
+    const VQHANDLE follower = add(f, text("w")), followerValue = VQDOM_getNodeValue(follower);
+    VQDOM_normalize(f);
+    EXPECT_FALSE(alive(follower) || alive(followerValue));
+    EXPECT_EQ(node(f)->firstChild, node(f)->lastChild);
+    EXPECT_EQ(drainErrors(), (Errs{{kNullPointer, "appendData|"}}));
 }
 
 }  // namespace

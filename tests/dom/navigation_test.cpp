@@ -1,7 +1,8 @@
-// navigation_test.cpp - accessors that hide links on purpose, text gathering
-// at tight capacities, the DS variants around their stack buffer, live
-// tag-name lists and renaming.
+// navigation_test.cpp - accessors per node type and the links they hide on
+// purpose, text gathering per node type and at tight capacities, the DS
+// variants around their stack buffer, live tag-name lists and renaming.
 #include <cstring>
+#include <initializer_list>
 #include <string>
 
 #include "support/test_util.h"
@@ -11,49 +12,67 @@
 
 namespace {
 
+using vqtest::drainErrors;
 using vqtest::ds;
 using vqtest::str;
 
-class NavigationTest : public vqtest::LibraryTest {
+class NavigationTest : public vqtest::DocumentTest {
 protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        doc = VQDOM_createDocument();
+    VQHANDLE comment() const { return VQDOM_createComment(doc, s("c")); }
+    VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
+    VQHANDLE pi(const char *t, const char *d) const { return VQDOM_createProcessingInstruction(doc, s(t), s(d)); }
+    VQHANDLE frag() const { return VQDOM_createDocumentFragment(doc); }
+    VQHANDLE with(VQHANDLE parent, std::initializer_list<VQHANDLE> children) const {
+        for (VQHANDLE c : children) add(parent, c);
+        return parent;
     }
-    VQHANDLE element(const char *name) { return VQDOM_createElement(doc, ds(doc, name)); }
-    VQHANDLE text(const char *value) { return VQDOM_createTextNode(doc, ds(doc, value)); }
-    VQHANDLE add(VQHANDLE parent, VQHANDLE child) { return VQDOM_appendChild(parent, child); }
     // An element holding texts and, between them, an element with `inner`.
     VQHANDLE mixed(const char *before, const char *inner, const char *after) {
-        VQHANDLE e = element("e");
+        VQHANDLE e = el("e");
         add(e, text(before));
-        add(add(e, element("i")), text(inner));
+        add(add(e, el("i")), text(inner));
         add(e, text(after));
         return e;
     }
-    VQHANDLE doc = 0;
 };
 
-TEST_F(NavigationTest, LinksThatAccessorsHide) {
+TEST_F(NavigationTest, AccessorsAndTheLinksTheyHide) {
     VQHANDLE dt = add(doc, createDocumentType(doc, ds(doc, "r")));
     add(dt, createElementDecl(doc, ds(doc, "r")));
     EXPECT_EQ(VQDOM_getFirstChild(dt) | VQDOM_getLastChild(dt), 0u);
-    VQHANDLE entity = add(dt, allocNode(doc, VQXML_ENTITY_NODE, ds(doc, "n")));
-    EXPECT_EQ(vqxml::node(entity)->parentNode, dt);
-    EXPECT_EQ(VQDOM_getParentNode(entity), 0u);
-
+    EXPECT_EQ(VQDOM_hasChildNodes(dt), 1);  // though its children stay hidden
+    for (int type : {VQXML_ENTITY_NODE, VQXML_NOTATION_NODE}) {
+        VQHANDLE n = add(dt, allocNode(doc, type, ds(doc, "n")));
+        EXPECT_EQ(vqxml::node(n)->parentNode, dt);
+        EXPECT_EQ(VQDOM_getParentNode(n), 0u);
+    }
     VQHANDLE a = VQDOM_createAttribute(doc, ds(doc, "a"));
     VQHANDLE b = VQDOM_createAttribute(doc, ds(doc, "b"));
     vqxml::node(a)->nextSibling = b;
     vqxml::node(b)->previousSibling = a;
     EXPECT_EQ(VQDOM_getNextSibling(a) | VQDOM_getPreviousSibling(b), 0u);
     EXPECT_EQ(VQDOM_getOwnerDocument(doc), 0u);
+    EXPECT_EQ(VQDOM_getNodeType(0), 0);
+
+    // The document element and the document type are found behind other children.
+    add(doc, comment());
+    VQHANDLE root = add(doc, el("root"));
+    add(doc, comment());
+    EXPECT_EQ(VQDOM_getDocumentElement(doc), root);
+    EXPECT_EQ(VQDOM_getDoctype(doc), dt);
+    EXPECT_EQ(VQDOM_hasChildNodes(doc), 1);
+    EXPECT_EQ(VQDOM_hasChildNodes(root), 0);
+    const VQHANDLE fr = with(frag(), {text("t")}), first = el("first");
+    EXPECT_EQ(VQDOM_getDocumentFragmentElement(fr), 0u);
+    with(fr, {comment(), first, el("second")});
+    EXPECT_EQ(VQDOM_getDocumentFragmentElement(fr), first);
+    EXPECT_TRUE(vqtest::drainErrors().empty());
 }
 
 TEST_F(NavigationTest, BadHandlesYieldZeroAndRecordNothing) {
-    VQHANDLE e = element("e");
+    VQHANDLE e = el("e");
     VQHANDLE small = ds(doc, "s");  // live, but no node
-    VQHANDLE gone = element("gone");
+    VQHANDLE gone = el("gone");
     VQDOM_deleteNode(gone);
     char buf[4] = "xyz";
     for (VQHANDLE h : {0u, 5u, 0xffffff01u, gone, small, (e & ~255u) | 77u}) {
@@ -71,7 +90,7 @@ TEST_F(NavigationTest, BadHandlesYieldZeroAndRecordNothing) {
 
 TEST_F(NavigationTest, TextStaysAtTheTopAndContentDescends) {
     VQHANDLE e = mixed("x", "y", "z");
-    add(e, VQDOM_createComment(doc, ds(doc, "c")));
+    add(e, comment());
     VQHANDLE ref = add(e, VQDOM_createEntityReference(doc, ds(doc, "ent")));
     add(ref, VQDOM_createCDATASection(doc, ds(doc, "<w>")));
     char buf[32];
@@ -82,11 +101,50 @@ TEST_F(NavigationTest, TextStaysAtTheTopAndContentDescends) {
     EXPECT_EQ(VQDOM_getTextContent(e, nullptr, 100), 6);
 }
 
+TEST_F(NavigationTest, TextGatheringPerNodeType) {
+    char buf[32];
+    // "length:text" of either gatherer.
+    auto gather = [&](VQHANDLE h, bool content) {
+        std::memset(buf, '#', sizeof buf);
+        const int64_t n = content ? VQDOM_getTextContent(h, buf, sizeof buf) : VQDOM_getText(h, buf, sizeof buf);
+        return std::to_string(n) + ":" + buf;
+    };
+    const VQHANDLE a = attr("a");
+    VQDOM_setNodeValue(a, s("av"));
+    const VQHANDLE entity = with(allocNode(doc, VQXML_ENTITY_NODE, s("ent")), {text("replacement")});
+    struct { VQHANDLE node; const char *want; } const cases[] = {
+        {a, "2:av"}, {pi("t", "pd"), "2:pd"}, {comment(), "1:c"}, {entity, "0:"},
+        {createDocumentType(doc, s("r")), "0:"}, {createCpChildren(doc), "0:"}, {el("empty"), "0:"}};
+    for (bool content : {false, true}) {
+        for (const auto &c : cases) {
+            SCOPED_TRACE(std::string(c.want) + (content ? " content" : " text"));
+            EXPECT_EQ(gather(c.node, content), c.want);
+        }
+    }
+    // Fragments and entity references are containers; comments and PIs inside them give nothing.
+    const VQHANDLE r = with(ref("r"), {text("b"), pi("p", "no")});
+    const VQHANDLE fr = with(frag(), {text("a"), comment(), r, VQDOM_createCDATASection(doc, s("c"))});
+    EXPECT_EQ(gather(fr, false), "2:ac");
+    EXPECT_EQ(gather(fr, true), "3:abc");
+    EXPECT_EQ(gather(r, false), "1:b");
+    // Capacity 0 touches nothing and still measures.
+    std::memset(buf, '#', sizeof buf);
+    EXPECT_EQ(VQDOM_getText(fr, buf, 0), 2);
+    EXPECT_EQ(VQDOM_getTextContent(fr, buf, 0), 3);
+    EXPECT_EQ(buf[0], '#');
+    // The DS variants give a new string in the owner document.
+    const VQHANDLE copy = VQDOM_getTextContentDS(fr), t = text("x");
+    EXPECT_EQ(str(copy), "abc");
+    EXPECT_EQ(copy & 255, doc & 255);
+    EXPECT_NE(VQDOM_getTextDS(t), VQDOM_getNodeValue(t));
+    EXPECT_TRUE(drainErrors().empty());
+}
+
 TEST_F(NavigationTest, TightCapacities) {
     char buf[8];
     auto fill = [&] { std::memset(buf, '#', sizeof buf); };
     // The second piece finds one byte of room and writes only a terminator.
-    VQHANDLE e = element("e");
+    VQHANDLE e = el("e");
     add(e, text("ab"));
     add(e, text("cd"));
     fill();
@@ -95,7 +153,7 @@ TEST_F(NavigationTest, TightCapacities) {
 
     // A piece that does not fit leaves the cursor where it was, and the
     // next, shorter piece overwrites it; getText fills the room instead.
-    VQHANDLE f = element("f");
+    VQHANDLE f = el("f");
     add(f, text("abcd"));
     add(f, text("x"));
     fill();
@@ -111,20 +169,6 @@ TEST_F(NavigationTest, TightCapacities) {
     EXPECT_EQ(std::string(buf, 4), std::string("af\0\0", 4));
 }
 
-TEST_F(NavigationTest, DeepTreesAreGatheredWithoutRecursion) {
-    // Built bottom-up, so that no append walks a long ancestry.
-    VQHANDLE top = text("deep");
-    for (int i = 0; i < 200000; ++i) {
-        VQHANDLE parent = element("d");
-        add(parent, top);
-        top = parent;
-    }
-    add(top, text("!"));
-    char buf[16];
-    EXPECT_EQ(VQDOM_getTextContent(top, buf, sizeof buf), 5);
-    EXPECT_STREQ(buf, "deep!");
-}
-
 TEST_F(NavigationTest, DSVariantsAroundTheStackBuffer) {
     EXPECT_EQ(VQDOM_getTextDS(doc) | VQDOM_getTextContentDS(doc), 0u);
     for (size_t length : {255u, 256u, 300u}) {
@@ -137,7 +181,7 @@ TEST_F(NavigationTest, DSVariantsAroundTheStackBuffer) {
 }
 
 TEST_F(NavigationTest, TagNameListsAreLiveAndChainedBehindTheChildList) {
-    VQHANDLE root = add(doc, element("r"));
+    VQHANDLE root = add(doc, el("r"));
     VQHANDLE childList = VQDOM_getChildNodes(root);
     VQHANDLE name = ds(doc, "a");
     VQHANDLE first = VQDOM_getElementsByTagName(root, name);
@@ -148,9 +192,10 @@ TEST_F(NavigationTest, TagNameListsAreLiveAndChainedBehindTheChildList) {
     EXPECT_EQ(toPNodeList(second)->nextList, first);
 
     VQDOM_deleteDS(name);  // the list holds its own copy
-    VQHANDLE a1 = add(root, element("a"));
-    add(root, element("b"));
-    VQHANDLE a2 = add(a1, element("a"));
+    VQHANDLE a1 = add(root, el("a"));
+    add(root, el("b"));
+    VQHANDLE a2 = add(a1, el("a"));
+    add(add(root, ref("r")), el("a"));  // lists look into elements only, not into entity references
     EXPECT_EQ(VQDOM_getLengthList(first), 2u);
     EXPECT_EQ(VQDOM_itemList(second, 1), a2);
     EXPECT_EQ(VQDOM_getLengthList(all), 4u);
@@ -159,7 +204,7 @@ TEST_F(NavigationTest, TagNameListsAreLiveAndChainedBehindTheChildList) {
 
 TEST_F(NavigationTest, RenameOfADocumentAndTheOneFeature) {
     EXPECT_EQ(VQDOM_rename(doc, "x"), 0);  // no document element yet
-    VQHANDLE root = add(doc, element("old"));
+    VQHANDLE root = add(doc, el("old"));
     VQHANDLE oldName = VQDOM_getNodeName(root);
     EXPECT_EQ(VQDOM_rename(doc, "1 2"), 1);  // no name check either
     EXPECT_EQ(str(VQDOM_getTagName(root)), "1 2");

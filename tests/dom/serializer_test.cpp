@@ -1,8 +1,12 @@
-// serializer_test.cpp - compact printing of trees built through the DOM:
-// the bytes of every node kind (including declarations the parser never
-// makes), the fit rules of a short buffer, every buffer size of a sample
-// document, and odd handles.
+// serializer_test.cpp - compact printing, of trees built through the DOM
+// (including declarations the parser never makes) and of parsed documents:
+// the bytes of every node kind and declaration, the buffer a short buffer is
+// left with (literals whole or not at all, cut strings behind an unmoved
+// cursor, escaped text cut inside an entity, a NUL wherever a node's output
+// ended inside its room), every buffer size of a sample document, the
+// writers called one by one, and odd handles.
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/test_util.h"
@@ -14,6 +18,47 @@ namespace {
 
 using vqtest::drainErrors;
 using vqtest::Err;
+
+constexpr char kFill = '\x7f';
+
+VQHANDLE parse(const char *text) {
+    const VQHANDLE doc = VQXML_parse(text);
+    EXPECT_NE(doc, 0u) << text << ::testing::PrintToString(drainErrors());
+    return doc;
+}
+VQHANDLE firstChild(VQHANDLE h) { return vqxml::node(h)->firstChild; }
+VQHANDLE nextSibling(VQHANDLE h) { return vqxml::node(h)->nextSibling; }
+
+// The first `size` bytes of a filled buffer after printing into `size`; the
+// result must be `want`, and nothing may land behind the size.
+std::string into(VQHANDLE n, int32_t size, int32_t want) {
+    std::string buf(static_cast<size_t>(size) + 8, kFill);
+    EXPECT_EQ(VQXML_printNode(n, buf.data(), size), want) << "size " << size;
+    EXPECT_EQ(buf.substr(static_cast<size_t>(size)), std::string(8, kFill)) << "size " << size;
+    return buf.substr(0, static_cast<size_t>(size));
+}
+// The whole text, which must fit a buffer of its length + 1 with its NUL.
+std::string print(VQHANDLE n) {
+    const int32_t len = VQXML_printNode(n, nullptr, 0);
+    std::string out = into(n, len + 1, len);
+    EXPECT_EQ(out.back(), '\0');
+    out.pop_back();
+    return out;
+}
+
+// One writer into a roomy filled buffer: the text it wrote; its result must
+// be that length, the cursor must stop right behind it, and `after` is the
+// byte found there (the NUL of a node's end, or the untouched fill).
+using Writer = int32_t (*)(VQHANDLE, char **, int32_t);
+std::string written(Writer writer, VQHANDLE h, char after = kFill) {
+    std::string buf(256, kFill);
+    char *cursor = buf.data();
+    const int32_t result = writer(h, &cursor, 256);
+    const auto len = static_cast<size_t>(cursor - buf.data());
+    EXPECT_EQ(result, static_cast<int32_t>(len));
+    EXPECT_EQ(buf[len], after) << buf.substr(0, len);
+    return buf.substr(0, len);
+}
 
 // Builds trees in one document with the DOM functions; declaration fields
 // that only the DTD parser sets are written straight into the records.
@@ -54,21 +99,6 @@ protected:
             EXPECT_EQ(VQDOM_setNamedItem(vqxml::node(d)->attributes, a), 0u);
         }
         return d;
-    }
-
-    // The full text of a node, checked to fit exactly and to be terminated.
-    static std::string print(VQHANDLE n) {
-        const int32_t len = VQXML_printNode(n, nullptr, 0);
-        std::string buf(static_cast<size_t>(len) + 1, '\x7f');
-        EXPECT_EQ(VQXML_printNode(n, buf.data(), len + 1), len);
-        EXPECT_EQ(buf[static_cast<size_t>(len)], '\0');
-        return buf.substr(0, static_cast<size_t>(len));
-    }
-    // What a buffer of `size` bytes holds after printing (sentinel 0x7f).
-    static std::string printInto(VQHANDLE n, int32_t size, int32_t expectResult) {
-        std::string buf(static_cast<size_t>(size), '\x7f');
-        EXPECT_EQ(VQXML_printNode(n, buf.data(), size), expectResult) << "size " << size;
-        return buf;
     }
 };
 
@@ -151,37 +181,171 @@ TEST_F(Serializer, DeclarationsAndContentModels) {
     EXPECT_EQ(print(createAttlistDecl(doc, s("none"))), "<!ATTLIST none>");
 }
 
-// <a><!--hello--></a> is 19 bytes. Literals go in whole or not at all, DS
-// pieces may leave a cut copy behind an unmoved cursor, single characters go
-// in while any room is left, and every node ends with a NUL when its
-// capacity exceeded its length.
-TEST_F(Serializer, FitRulesOfAShortBuffer) {
-    const VQHANDLE a = el("a");
-    add(a, VQDOM_createComment(doc, s("hello")));
-    EXPECT_EQ(print(a), "<a><!--hello--></a>");
-    const struct {
-        int32_t size;
-        std::string bytes;
-    } cases[] = {
-        {10, std::string("<a><!--he\0", 10)},
-        {13, std::string("<a><!--hello\0", 13)},
-        {16, std::string("<a><!--hello-->\0", 16)},
-        {17, "<a><!--hello--></"},
-        {18, std::string("<a><!--hello--></\0", 18)},
-        {19, "<a><!--hello--></a>"},
-    };
-    for (const auto &c : cases) EXPECT_EQ(printInto(a, c.size, 19), c.bytes);
+TEST_F(Serializer, ParsedDocumentWithInternalSubset) {
+    const VQHANDLE doc = parse(
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" standalone='yes'?>\n"
+        "<!DOCTYPE doc PUBLIC \"-//T//DTD doc//EN\" \"doc.dtd\" [\n"
+        "  <!ELEMENT doc (head?, (p | list)+, foot*)> <!ELEMENT head EMPTY> <!ELEMENT any ANY>\n"
+        "  <!ELEMENT p (#PCDATA|em|b)*> <!ELEMENT em (#PCDATA)> <!ELEMENT list ((item))>\n"
+        "  <!ENTITY ent \"E&amp;F&#65;\"> <!ENTITY quoted 'say \"hi\"'> <!ENTITY % pe \"<!ELEMENT z EMPTY>\"> %pe;\n"
+        "  <!ENTITY % ext SYSTEM \"ext.ent\"> <!ENTITY % pub PUBLIC \"-//P\" \"pub.ent\">\n"
+        "  <!NOTATION gif SYSTEM \"viewer\"> <!NOTATION jpg PUBLIC \"-//J\">\n"
+        "  <!NOTATION png PUBLIC \"-//PNG\" \"png.exe\"> <!ENTITY logo SYSTEM \"logo.gif\" NDATA gif>\n"
+        "  <!ATTLIST doc kind (a|b|c) \"b\" id ID #REQUIRED ref IDREF #IMPLIED\n"
+        "     refs IDREFS #IMPLIED ent ENTITY #IMPLIED ents ENTITIES #IMPLIED\n"
+        "     tok NMTOKEN #FIXED 't1' toks NMTOKENS 'x  y' note CDATA 'a&ent;b&#9;c&lt;'>\n"
+        "  <!--subset--> <?dtd-pi data?>\n"
+        "]>\n"
+        "<!--before-->\n"
+        "<doc id='d1' toks='  m   n ' note='x&ent;y&#10;'>\n"
+        "<head/><p>text &amp; &lt;more&gt; \"q\" 'a' &#233;<em>e</em>&ent;</p>"
+        "<![CDATA[c<&>\r\nd]]><?pi?></doc>\n"
+        "<?after  x ?>");
+    ASSERT_NE(doc, 0u);
+    const std::string expected =
+        "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" standalone=\"yes\"?>\r\n"
+        "<!DOCTYPE doc PUBLIC \"-//T//DTD doc//EN\" \"doc.dtd\" [\r\n"
+        "<!ELEMENT doc (head?,(p|list)+,foot*)>\r\n<!ELEMENT head EMPTY>\r\n<!ELEMENT any ANY>\r\n"
+        // Element leaves of a mixed model keep the undecided separator and
+        // print nothing; the #PCDATA leaf prints its name.
+        "<!ELEMENT p (#PCDATA||)*>\r\n<!ELEMENT em (#PCDATA)>\r\n<!ELEMENT list ((item))>\r\n"
+        // Entity values: the literal as written, unescaped; not the
+        // declarations a parameter entity produced.
+        "<!ENTITY ent \"E&amp;F&#65;\">\r\n<!ENTITY quoted 'say \"hi\"'>\r\n"
+        "<!ENTITY % pe \"<!ELEMENT z EMPTY>\">\r\n%pe;\r\n"
+        "<!ENTITY % ext SYSTEM \"ext.ent\">\r\n<!ENTITY % pub PUBLIC \"-//P\" \"pub.ent\">\r\n"
+        "<!NOTATION gif SYSTEM \"viewer\">\r\n<!NOTATION jpg PUBLIC \"-//J\">\r\n"
+        "<!NOTATION png PUBLIC \"-//PNG\" \"png.exe\">\r\n<!ENTITY logo SYSTEM \"logo.gif\" NDATA gif>\r\n"
+        "<!ATTLIST doc kind (a|b|c) \"b\" id ID #REQUIRED ref IDREF #IMPLIED"
+        " refs IDREFS #IMPLIED ent ENTITY #IMPLIED ents ENTITIES #IMPLIED"
+        " tok NMTOKEN #FIXED\"t1\" toks NMTOKENS \"x  y\" note CDATA \"a&ent;b&#9;c&lt;\">\r\n"
+        "<!--subset-->\r\n<?dtd-pi_data?>\r\n"
+        "]>\r\n"  // the nameless reference of the external subset is passed over
+        "<!--before-->\r\n"
+        // Defaults (kind, tok) are not written; values come from the children,
+        // unfolded, with the reference kept and LF written as a reference.
+        "<doc id=\"d1\" toks=\"  m   n \" note=\"x&ent;y&#10;\">\n"
+        "<head/><p>text &amp; &lt;more&gt; &quot;q&quot; &apos;a&apos; \xC3\xA9<em>e</em>&ent;</p>"
+        "<![CDATA[c<&>\r\nd]]><?pi_?></doc>\r\n"
+        "<?after_x ?>";
+    EXPECT_EQ(print(doc), expected);
+    EXPECT_TRUE(vqtest::drainErrors().empty());
+    // Records below the declarations (attribute definitions, name lists,
+    // content particles) print nothing but still end with a NUL.
+    const VQHANDLE attDef = firstChild(getFirstMarkupDecl(VQDOM_getDoctype(doc), 14));
+    const VQHANDLE particle = firstChild(getFirstMarkupDecl(VQDOM_getDoctype(doc), 13));
+    for (VQHANDLE h : {attDef, firstChild(attDef), particle}) {
+        ASSERT_NE(h, 0u);
+        EXPECT_EQ(into(h, 3, 0), std::string("\0\x7f\x7f", 3));
+    }
+    EXPECT_EQ(written(printCpChildren, particle), "(head?,(p|list)+,foot*)");
+}
 
+TEST_F(Serializer, PrologFormsOfParsedDocuments) {
+    struct {
+        const char *in, *out;
+    } const cases[] = {
+        {"<!DOCTYPE a SYSTEM 'a.dtd'><a/>", "<!DOCTYPE a SYSTEM \"a.dtd\" [\r\n]>\r\n<a/>"},
+        {"<!DOCTYPE a><a/>", "<!DOCTYPE a [\r\n]>\r\n<a/>"},
+        {"<!DOCTYPE a PUBLIC '-//A' 'a.dtd' [ ]>\n<a/>", "<!DOCTYPE a PUBLIC \"-//A\" \"a.dtd\" [\r\n]>\r\n<a/>"},
+        {"<?xml version='1.0'?>\n\n<a>\n</a>\n\n", "<?xml version=\"1.0\"?>\r\n<a>\n</a>"},
+        {"<?xml version='1.0' standalone='no' ?><a/>", "<?xml version=\"1.0\" standalone=\"no\"?>\r\n<a/>"},
+        {"<!--1--><!--2--><a/><!--3--><?p?>", "<!--1-->\r\n<!--2-->\r\n<a/>\r\n<!--3-->\r\n<?p_?>"},
+        // Repeating an attribute moves it to the end of the map.
+        {"<a x='1' y='2' x='3'/>", "<a y=\"2\" x=\"3\"/>"},
+        // Unresolved references (no DOCTYPE) stay references everywhere.
+        {"<a v='1&u;2'>&u;<b/>&#x41;&gt;</a>", "<a v=\"1&u;2\">&u;<b/>A&gt;</a>"},
+        // A DTD default set by the document is written; one not set is not.
+        {"<!DOCTYPE a [<!ATTLIST a d CDATA 'D' e CDATA 'E'>]><a e='E'/>",
+         "<!DOCTYPE a [\r\n<!ATTLIST a d CDATA \"D\" e CDATA \"E\">\r\n]>\r\n<a e=\"E\"/>"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.in);
+        const VQHANDLE doc = parse(c.in);
+        ASSERT_NE(doc, 0u);
+        EXPECT_EQ(print(doc), c.out);
+        VQDOM_deleteNode(doc);
+    }
+    EXPECT_TRUE(vqtest::drainErrors().empty());
+}
+
+// What a buffer of each size holds after printing: '@' stands for a NUL and
+// '~' for a byte left untouched.
+TEST_F(Serializer, ShortBuffers) {
+    struct Case {
+        const char *why, *xml;
+        char node;  // 'r' the document element, 'd' the document, 't' its document type
+        int32_t length;
+        std::vector<std::pair<int32_t, const char *>> sizes;
+    };
+    const Case cases[] = {
+        {"escaped text is cut inside an entity, with no NUL unless the whole text fitted; "
+         "a cut name leaves its NUL behind an unmoved cursor",
+         "<a>x&amp;y</a>", 'r', 14,
+         {{1, "<"}, {2, "<@"}, {3, "<a>"}, {4, "<a>~"}, {6, "<a>x&~"}, {9, "<a>x&amp~"}, {10, "<a>x&amp;~"},
+          {11, "<a>x&amp;y@"}, {12, "<a>x&amp;y</"}, {13, "<a>x&amp;y</@"}, {14, "<a>x&amp;y</a>"},
+          {15, "<a>x&amp;y</a>@"}}},
+        {"the same inside an attribute value, whose NUL the closing quote overwrites", "<e k='a&lt;b'/>", 'r',
+         15, {{8, "<e k=\"a~"}, {12, "<e k=\"a&lt;~"}, {13, "<e k=\"a&lt;b\""}, {14, "<e k=\"a&lt;b\"/"}}},
+        {"every nested node whose output ended inside the room leaves a NUL", "<a><b><c>t</c></b></a>", 'r',
+         22,
+         {{11, "<a><b><c>t@"}, {12, "<a><b><c>t</"}, {15, "<a><b><c>t</c>@"}, {16, "<a><b><c>t</c></"},
+          {19, "<a><b><c>t</c></b>@"}, {20, "<a><b><c>t</c></b></"}, {21, "<a><b><c>t</c></b></@"}}},
+        {"document children are parted by a literal line break, each ending with a NUL", "<!--c--><a/>", 'd',
+         14,
+         {{3, "~~~"}, {5, "<!--@"}, {8, "<!--c-->"}, {9, "<!--c-->@"}, {10, "<!--c-->\r\n"}, {11, "<!--c-->\r\n<"},
+          {12, "<!--c-->\r\n<@"}, {13, "<!--c-->\r\n<a/"}, {14, "<!--c-->\r\n<a/>"},
+          {15, "<!--c-->\r\n<a/>@"}}},
+        {"a literal that does not fit writes nothing, and what follows it is beyond the room too",
+         "<?xml version='1.0'?><a/>", 'd', 27,
+         {{14, "~~~~~~~~~~~~~~"}, {15, "<?xml version=\""}, {16, "<?xml version=\"@"}, {19, "<?xml version=\"1.0\""},
+          {21, "<?xml version=\"1.0\"?>"}, {22, "<?xml version=\"1.0\"?>~"}, {23, "<?xml version=\"1.0\"?>\r\n"},
+          {28, "<?xml version=\"1.0\"?>\r\n<a/>@"}}},
+        {"each declaration of a document type ends with a NUL", "<!DOCTYPE r [<!ELEMENT r EMPTY>]><r/>", 't',
+         37,
+         {{34, "<!DOCTYPE r [\r\n<!ELEMENT r EMPTY>@"}, {36, "<!DOCTYPE r [\r\n<!ELEMENT r EMPTY>@~~"},
+          {37, "<!DOCTYPE r [\r\n<!ELEMENT r EMPTY>\r\n]>"}}},
+        {"a comment's text is cut behind an unmoved cursor", "<a><!--hello--></a>", 'r', 19,
+         {{10, "<a><!--he@"}, {13, "<a><!--hello@"}, {16, "<a><!--hello-->@"}, {17, "<a><!--hello--></"},
+          {18, "<a><!--hello--></@"}, {19, "<a><!--hello--></a>"}}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.why);
+        const VQHANDLE doc = parse(c.xml);
+        const VQHANDLE n = c.node == 'd' ? doc : c.node == 't' ? VQDOM_getDoctype(doc) : VQDOM_getDocumentElement(doc);
+        ASSERT_NE(n, 0u);
+        for (const auto &[size, shown] : c.sizes) {
+            std::string want = shown;
+            for (char &ch : want) ch = ch == '@' ? '\0' : ch == '~' ? kFill : ch;
+            EXPECT_EQ(into(n, size, c.length), want);
+        }
+    }
     // An empty DS piece still copies its NUL while there is room.
     const VQHANDLE pi = VQDOM_createProcessingInstruction(doc, s("t"), s(""));
-    EXPECT_EQ(printInto(pi, 4, 6), "<?t_");
-    EXPECT_EQ(printInto(pi, 5, 6), std::string("<?t_\0", 5));
-
+    EXPECT_EQ(into(pi, 4, 6), "<?t_");
+    EXPECT_EQ(into(pi, 5, 6), std::string("<?t_\0", 5));
     // No room at all: nothing written, the full length still reported.
     char guard[2] = {'g', 'g'};
-    EXPECT_EQ(VQXML_printNode(a, guard, 0), 19);
-    EXPECT_EQ(VQXML_printNode(a, guard, -7), 19);
+    EXPECT_EQ(VQXML_printNode(pi, guard, 0), 6);
+    EXPECT_EQ(VQXML_printNode(pi, guard, -7), 6);
     EXPECT_EQ(std::string(guard, 2), "gg");
+}
+
+// Quote-escaped value strings of attribute definitions end the whole buffer
+// with a NUL, wherever the text stops.
+TEST_F(Serializer, ValueStringOfAnAttributeDefinition) {
+    const VQHANDLE doc = parse("<!DOCTYPE r [<!ATTLIST r q NMTOKEN 'n'>]><r/>");
+    ASSERT_NE(doc, 0u);
+    const VQHANDLE list = getFirstMarkupDecl(VQDOM_getDoctype(doc), 14);
+    vqxml::node(firstChild(list))->nodeValue = VQDOM_createDS(doc, "w\"<");
+    const std::string text = "<!ATTLIST r q NMTOKEN \"n\"\"w&quot;<\">";
+    const auto len = static_cast<int32_t>(text.size());
+    const std::string buf = into(list, 64, len);
+    EXPECT_EQ(buf.substr(0, text.size() + 1), text + '\0');
+    EXPECT_EQ(buf.substr(text.size() + 1, 62 - text.size()), std::string(62 - text.size(), kFill));
+    EXPECT_EQ(buf[63], '\0');
+    // Cut inside the value: the copy ends its room with the NUL.
+    EXPECT_EQ(into(list, 30, len), std::string("<!ATTLIST r q NMTOKEN \"n\"\"w&q\0", 30));
 }
 
 // A document with every node kind, printed into every size from 0 to its
@@ -234,6 +398,71 @@ TEST_F(Serializer, EverySizeOfASampleDocument) {
         }
     }
     EXPECT_TRUE(drainErrors().empty());
+}
+
+TEST_F(Serializer, WritersCalledDirectly) {
+    const VQHANDLE doc = parse(
+        "<?xml version='1.0' encoding='UTF-8'?>"
+        "<!DOCTYPE r SYSTEM 'r.dtd' [<!ENTITY % p ''>%p;<!NOTATION n PUBLIC 'pn' 'ps'>"
+        "<!ELEMENT r (a|b)*><!ATTLIST r k CDATA #IMPLIED>]>"
+        "<r k='v&#9;&quot;'><![CDATA[x]]></r>");
+    ASSERT_NE(doc, 0u);
+    const VQHANDLE dt = VQDOM_getDoctype(doc), entity = firstChild(dt), peRef = nextSibling(entity);
+    const VQHANDLE notation = nextSibling(peRef), elementDecl = nextSibling(notation);
+    const VQHANDLE attlist = nextSibling(elementDecl), r = VQDOM_getDocumentElement(doc);
+    EXPECT_EQ(written(printXmlDecl, vqxml::rec<Document>(doc)->xmlDecl), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
+    EXPECT_EQ(written(printExternalID, vqxml::rec<DocumentType>(dt)->externalID), "SYSTEM \"r.dtd\"");
+    EXPECT_EQ(written(printEntity, entity), "<!ENTITY % p \"\">");
+    EXPECT_EQ(written(printEntityRef, peRef), "%p;");
+    EXPECT_EQ(written(printNotation, notation), "<!NOTATION n PUBLIC \"pn\" \"ps\">");
+    EXPECT_EQ(written(printElementDecl, elementDecl), "<!ELEMENT r (a|b)*>");
+    EXPECT_EQ(written(printCpChildren, firstChild(elementDecl)), "(a|b)*");
+    EXPECT_EQ(written(printAttlistDecl, attlist), "<!ATTLIST r k CDATA #IMPLIED>");
+    // A document type's own end gets no NUL from its writer; a node's own
+    // print ends with a NUL the cursor does not pass.
+    const std::string dtText = "<!DOCTYPE r SYSTEM \"r.dtd\" [\r\n<!ENTITY % p \"\">\r\n%p;\r\n"
+                               "<!NOTATION n PUBLIC \"pn\" \"ps\">\r\n<!ELEMENT r (a|b)*>\r\n"
+                               "<!ATTLIST r k CDATA #IMPLIED>\r\n]>";
+    EXPECT_EQ(written(printDocumentType, dt), dtText);
+    EXPECT_EQ(written(printNodeEx, dt, '\0'), dtText);
+    EXPECT_EQ(written(printAttributes, r), " k=\"v&#9;&quot;\"");
+    EXPECT_EQ(written(printAttValue, VQDOM_getAttributeNodeStr(r, "k")), "\"v&#9;&quot;\"");
+    EXPECT_EQ(written(printCDATASection, firstChild(r)), "<![CDATA[x]]>");
+    EXPECT_EQ(written(printNodeEx, r, '\0'), "<r k=\"v&#9;&quot;\"><![CDATA[x]]></r>");
+    // The nameless reference that stands for the external subset writes nothing at all.
+    const VQHANDLE external = vqxml::node(dt)->lastChild;
+    EXPECT_EQ(vqxml::node(external)->nodeType, 5);
+    EXPECT_EQ(written(printEntityRef, external), "");
+    // A leaf particle is a plain string copy, which leaves its NUL behind.
+    EXPECT_EQ(written(printCpChildren, firstChild(firstChild(elementDecl)), '\0'), "a");
+    // Literals: whole or nothing, never terminated.
+    std::string buf(8, kFill);
+    char *cursor = buf.data();
+    EXPECT_EQ(printString("abc", &cursor, 2), 3);
+    EXPECT_EQ(cursor, buf.data());
+    EXPECT_EQ(printString("abc", &cursor, 3), 3);
+    EXPECT_EQ(cursor, buf.data() + 3);
+    EXPECT_EQ(buf, "abc\x7f\x7f\x7f\x7f\x7f");
+    EXPECT_TRUE(vqtest::drainErrors().empty());
+}
+
+TEST_F(Serializer, EscapingCopiesOfAnInvalidString) {
+    std::string buf(4, kFill);
+    char *cursor = buf.data() + 1;
+    // The copies that end their buffer store a NUL at the write position for
+    // any size but 0; the cursor copies only measure with a negative size.
+    EXPECT_EQ(cpyDS_quot(0, &cursor, -1), 0);
+    EXPECT_EQ(buf, std::string("\x7f\0\x7f\x7f", 4));
+    buf[1] = kFill;
+    EXPECT_EQ(VQDOM_cpyDS_ExpandRef2(0, buf.data() + 2, -5), 0);
+    EXPECT_EQ(buf, std::string("\x7f\x7f\0\x7f", 4));
+    buf[2] = kFill;
+    EXPECT_EQ(cpyDS_quot(0, &cursor, 0), 0);
+    EXPECT_EQ(printDS_ExpandRef(0, &cursor, -1), 0);
+    EXPECT_EQ(printDS_ExpandRefAtt(0, &cursor, -1), 0);
+    EXPECT_EQ(VQDOM_cpyDS_ExpandRef(0, buf.data(), -1), 0);
+    EXPECT_EQ(buf, std::string(4, kFill));
+    EXPECT_EQ(cursor, buf.data() + 1);
 }
 
 TEST_F(Serializer, InvalidHandlesEndTheWalk) {

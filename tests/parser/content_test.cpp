@@ -1,16 +1,24 @@
 // content_test.cpp - parsing document content: the trees that elements,
-// attributes, text, references, comments, PIs and CDATA sections become,
-// every content message with its line, fragments, and nesting depth.
+// attributes (with declared types and defaults), text, references, comments,
+// PIs and CDATA sections become, entity values parsed as content, every
+// content message with its line, the first match of each choice, fragments
+// and the error list around them, and nesting depth.
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "support/test_util.h"
+#include "vqxml/dom/dom.h"
+#include "vqxml/parser/parser.h"
 #include "vqxml/store/memdiag.h"
+#include "vqxml/store/node.h"
 
+using vqtest::drainErrors;
 using vqtest::Err;
 using vqtest::LibraryTest;
 using vqtest::str;
+using Errs = std::vector<Err>;
 
 namespace {
 
@@ -27,7 +35,7 @@ std::string quoted(VQHANDLE ds) {
 
 // A compact picture of a subtree: elements as name[attributes](children),
 // text as its quoted value, CDATA as C"..", comments as !"..", PIs as
-// ?target"data", references as &name(children).
+// ?target"data", references as &name(children), entities as Ename(children).
 std::string describe(VQHANDLE n) {
     std::string out;
     switch (VQDOM_getNodeType(n)) {
@@ -51,6 +59,7 @@ std::string describe(VQHANDLE n) {
         case VQXML_PROCESSING_INSTRUCTION_NODE:
             return "?" + str(VQDOM_getNodeName(n)) + quoted(VQDOM_getNodeValue(n));
         case VQXML_ENTITY_REFERENCE_NODE: out = "&" + str(VQDOM_getNodeName(n)); break;
+        case VQXML_ENTITY_NODE: out = "E" + str(VQDOM_getNodeName(n)); break;
         case VQXML_DOCUMENT_FRAGMENT_NODE: out = "#"; break;
         default: return "?type" + std::to_string(VQDOM_getNodeType(n));
     }
@@ -63,11 +72,27 @@ std::string describe(VQHANDLE n) {
     return out;
 }
 
-// The root element of a parse that must succeed, described.
-std::string root(const char *text) {
-    const VQHANDLE doc = VQXML_parse(text);
-    EXPECT_NE(doc, 0u) << text << " " << ::testing::PrintToString(vqtest::drainErrors());
+// The root element of a parse that must succeed without a message, described.
+std::string root(const std::string &text) {
+    const VQHANDLE doc = VQXML_parse(text.c_str());
+    const Errs errors = drainErrors();
+    EXPECT_NE(doc, 0u) << text;
+    EXPECT_TRUE(errors.empty()) << text << ::testing::PrintToString(errors);
     return doc != 0 ? describe(VQDOM_getDocumentElement(doc)) : "";
+}
+
+// Parses `text`, which must fail with exactly `errors` and leave no heap
+// block behind.
+void fails(const std::string &text, const Errs &errors) {
+    SCOPED_TRACE(text);
+    const auto before = vqxml::memStats();
+    EXPECT_EQ(VQXML_parse(text.c_str()), 0u);
+    EXPECT_EQ(drainErrors(), errors);
+    EXPECT_EQ(vqxml::memStats().liveBlocks, before.liveBlocks);
+}
+
+VQHANDLE entityNamed(VQHANDLE doc, const char *name) {
+    return VQDOM_getNamedItemStr(VQDOM_getEntities(VQDOM_getDoctype(doc)), name);
 }
 
 struct Failure {
@@ -115,6 +140,13 @@ TEST_F(LibraryTest, ElementsKeepEveryPieceOfText) {
     EXPECT_EQ(root("<a>x]y]]z</a>"), "a(\"x]y]]z\")");
     EXPECT_EQ(root("<a>\xC3\xA9\xFF</a>"), "a(\"\xC3\xA9\xFF\")");
     EXPECT_EQ(root("<\xC3\xA9 \xC3\xA0='1'/>"), "\xC3\xA9[\xC3\xA0=\"1\"]");
+    EXPECT_EQ(root("<a\tx\n=\r\n'1' />"), "a[x=\"1\"]");
+    // Character numbers wrap at 32 bits; "&#x;" stands for nothing.
+    EXPECT_EQ(root("<a>&#4294967361;&#x;</a>"), "a(\"A\")");
+    // Unparsed external entities may be named in content (they stay empty)
+    // but not in values; a redeclared predefined entity keeps its meaning.
+    EXPECT_EQ(root("<!DOCTYPE a [<!NOTATION n SYSTEM 'n'><!ENTITY u SYSTEM 'u' NDATA n>]><a>&u;</a>"), "a(&u)");
+    EXPECT_EQ(root("<!DOCTYPE a [<!ENTITY lt 'LT'>]><a x='&lt;'>&lt;</a>"), "a[x=\"<\"](\"<\")");
 }
 
 TEST_F(LibraryTest, MarkupInsideContent) {
@@ -127,6 +159,7 @@ TEST_F(LibraryTest, MarkupInsideContent) {
     EXPECT_EQ(root("<a><!----></a>"), "a(!\"\")");
     EXPECT_EQ(root("<a><?t  d ?><?u?><?v\r\n?></a>"), "a(?t\"d \",?u\"\",?v\"\")");
     EXPECT_EQ(root("<a><?t x?y>z?></a>"), "a(?t\"x?y>z\")");
+    EXPECT_EQ(root("<a>x\x7F<?xml-p?><?XMLS d?></a>"), "a(\"x\x7F\",?xml-p\"\",?XMLS\"d\")");
     // Without a document type a named reference stays unresolved.
     EXPECT_EQ(root("<a>x&foo;y</a>"), "a(\"x\",&foo,\"y\")");
     // Misc around the root: comments and PIs after it, spaces dropped.
@@ -152,6 +185,75 @@ TEST_F(LibraryTest, AttributeValues) {
     EXPECT_EQ(describe(VQDOM_getNextSibling(VQDOM_getFirstChild(x))), "&e");
     EXPECT_EQ(describe(VQDOM_getLastChild(x)), "\"q\"");
     EXPECT_EQ(str(VQDOM_getValue(x)), "pq");
+}
+
+TEST_F(LibraryTest, AttributeDefaultsAndDeclaredTypes) {
+    // Defaults come first in declaration order; a given value replaces its
+    // default and moves behind the others. Defaults are not written back.
+    EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a x CDATA 'X' y CDATA #FIXED 'Y' r CDATA #REQUIRED i CDATA #IMPLIED>]>"
+                   "<a z='1' x='2'/>"),
+              "a[y~=\"Y\" z=\"1\" x=\"2\"]");
+    const VQHANDLE doc = VQXML_parse("<!DOCTYPE a [<!ATTLIST a x CDATA ' d  e ' t NMTOKENS '  p  q ' r CDATA #IMPLIED>\n"
+                                     "<!ATTLIST b x (u|v) 'u'>]>\n<a t=' m  n ' r='  s  '><b/><b x='v'/></a>");
+    ASSERT_NE(doc, 0u);
+    EXPECT_EQ(describe(VQDOM_getDocumentElement(doc)), "a[x~=\" d  e \" t=\"m n\" r=\"  s  \"](b[x~=\"u\"],b[x=\"v\"])");
+    EXPECT_EQ(vqtest::print(VQDOM_getDocumentElement(doc)), "<a t=\" m  n \" r=\"  s  \"><b/><b x=\"v\"/></a>");
+    // Of two definitions of one attribute, the later default wins, while
+    // the earlier definition gives the type of a written value.
+    EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a x CDATA 'one' x NMTOKEN ' two '>]><a><a/><a x=' v '/></a>"),
+              "a[x~=\"two\"](a[x~=\"two\"],a[x=\" v \"])");
+    EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a x CDATA #IMPLIED><!ATTLIST a x NMTOKEN #IMPLIED>]><a x=' v '/>"),
+              "a[x=\" v \"]");
+    // Every declared type but CDATA folds blanks; tabs and line ends were
+    // already blanks.
+    EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a e (p|q) #IMPLIED i ID #IMPLIED n ENTITY #IMPLIED>]>"
+                   "<a e=' p ' i='\tx\n' n=' a\r\n b '/>"),
+              "a[e=\"p\" i=\"x\" n=\"a b\"]");
+    // A default may name entities; its value is what they stand for.
+    EXPECT_EQ(root("<!DOCTYPE a [<!ENTITY e 'E'><!ATTLIST a x CDATA 'v&e;&#65;' y NMTOKENS ' &e; &e; '>]><a/>"),
+              "a[x~=\"vEA\" y~=\"E E\"]");
+    // Elements made while the value of an entity is parsed get defaults
+    // too, and so do the copies under its references.
+    EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST b d CDATA 'D'><!ENTITY e '<b/>'>]><a>&e;</a>"), "a(&e(b[d~=\"D\"]))");
+    // Declarations reached through a parameter-entity reference count, but
+    // the walk over them does not enter a second reference that follows.
+    EXPECT_EQ(root("<!DOCTYPE a [<!ENTITY % p '<!ATTLIST a x CDATA \"1\">'>"
+                   "<!ENTITY % q '<!ATTLIST a y CDATA \"2\">'>%p;%q;<!ATTLIST a z NMTOKEN \" 3 \">]>"
+                   "<a y=' 4 '/>"),
+              "a[x~=\"1\" z~=\"3\" y=\" 4 \"]");
+    // A reference keeps its text as it is: only blanks fold, and only for
+    // declared types other than CDATA.
+    EXPECT_EQ(root("<!DOCTYPE a [<!ENTITY s ' a  b '><!ENTITY t 'x\ty'><!ENTITY q '&quot;&#65;'>"
+                   "<!ATTLIST a n NMTOKENS #IMPLIED>]><a n='&s;' c='[&s;]' t='&t;' q='&q;'/>"),
+              "a[n=\"a b\" c=\"[ a  b ]\" t=\"x\\ty\" q=\"\"A\"]");
+}
+
+TEST_F(LibraryTest, EntityValuesParsedAsContent) {
+    VQHANDLE doc = VQXML_parse(
+        "<!DOCTYPE a [<!ENTITY % p 'P&#66;'>\n<!ENTITY e\n\n'a%p;b&#233;c&#256;d&lt;<?t d?><!--c--><![CDATA[x]]>'>"
+        "<!ENTITY n '&#256;'>]><a/>");
+    ASSERT_NE(doc, 0u);
+    EXPECT_TRUE(drainErrors().empty());
+    // Parameter and character references are expanded by the reader (one
+    // byte per character reference); the literal stays as written.
+    const VQHANDLE e = entityNamed(doc, "e");
+    EXPECT_EQ(describe(e), "Ee(\"aPBb\xE9" "cd<\",?t\"d\",!\"c\",C\"x\")");
+    EXPECT_EQ(str(vqxml::rec<Entity>(e)->value), "a%p;b&#233;c&#256;d&lt;<?t d?><!--c--><![CDATA[x]]>");
+    EXPECT_EQ(vqxml::rec<Entity>(e)->line, 4);
+    EXPECT_EQ(vqxml::rec<Entity>(e)->kind, 0u);
+    EXPECT_EQ(describe(entityNamed(doc, "n")), "En");
+
+    // An unknown parameter entity is reported and its reference kept as text.
+    doc = VQXML_parse("<!DOCTYPE a [<!ENTITY e 'a%q;b'>]><a>&e;</a>");
+    ASSERT_NE(doc, 0u);
+    EXPECT_EQ(drainErrors(), (Errs{{1001936, "1|q|"}}));
+    EXPECT_EQ(describe(VQDOM_getDocumentElement(doc)), "a(&e(\"a%q;b\"))");
+
+    // The value of a parameter entity is only checked, and kept as written.
+    doc = VQXML_parse("<!DOCTYPE a [<!ENTITY % p '% x &#x41; &amp; &e;'>]><a/>");
+    ASSERT_NE(doc, 0u);
+    EXPECT_TRUE(drainErrors().empty());
+    EXPECT_EQ(str(vqxml::rec<Entity>(vqxml::node(VQDOM_getDoctype(doc))->firstChild)->value), "% x &#x41; &amp; &e;");
 }
 
 TEST_F(LibraryTest, EveryContentMessageWithItsLine) {
@@ -188,12 +290,33 @@ TEST_F(LibraryTest, EveryContentMessageWithItsLine) {
     };
     for (const auto &f : failures) expectFailure(f);
 
-    // A different end tag name records its message twice when ">" is missing.
-    EXPECT_EQ(VQXML_parse("<a></b"), 0u);
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001903, "1|a|"}, {1001904, "1|a|"}}));
-    // "<a/ >" fails without any message.
-    EXPECT_EQ(VQXML_parse("<a/ >"), 0u);
-    EXPECT_TRUE(vqtest::drainErrors().empty());
+    // Faults without a text check: references, line counting and the
+    // first match of each choice.
+    const struct {
+        const char *text;
+        Errs errors;
+    } documents[] = {
+        // A parameter entity is no general entity; an unknown name is
+        // reported before the missing ";" with a document type, after it
+        // without.
+        {"<!DOCTYPE a [<!ENTITY % p 'x'>]>\n<a>&p;</a>", {{1001934, "2|p|"}}},
+        {"<!DOCTYPE a []><a>&foo </a>", {{1001934, "1|foo|"}}}, {"<a>&foo </a>", {{1001906, "1|"}}},
+        {"<a x='&#65'/>", {{1001906, "1|"}}},
+        // CR LF is one line end, a lone CR none, wherever the scan is.
+        {"<a>\r\r</b>", {{1001903, "1|a|"}}}, {"<a>\r\n\r\n</b>", {{1001903, "3|a|"}}},
+        {"<a x='\r\r\n'\r\r\ny/>", {{1001909, "3|y|"}}},
+        {"<a><!--\r\r\n--><![CDATA[\r\r\n]]><?p \r\r\n?>\r\n</b>", {{1001903, "5|a|"}}},
+        {"<a 1='x'/>", {{1001940, "1|a|"}}}, {"<a><![CDX[x]]></a>", {{1001913, "1|<![CDATA[|"}}},
+        {"<a><![CX[x]]></a>", {{1001911, "1|0x21|"}}}, {"<a><!-x--></a>", {{1001911, "1|0x21|"}}},
+        {"<a><!--a---></a>", {{1001912, "1|"}}}, {"<a><!--a", {{1001912, "1|"}}},
+        {"<a><!-- x --></a>\n<!-- y", {{1001912, "2|"}}}, {"<a><?p=x?></a>", {{1001913, "1|?>|"}}},
+        {"<a>\n</a>x", {{1001910, "2|0x78|"}}}, {"\xEF\xBB\xBF<a/>", {{1001910, "1|0xef|"}}},
+        {"<a/><?xml version='1.0'?>", {{1001931, "1|xml|"}}}, {"<a/><!DOCTYPE a>", {{1001910, "1|0x3c|"}}},
+        // A different end tag name records its message twice when ">" is
+        // missing; "<a/ >" fails without any message.
+        {"<a></b", {{1001903, "1|a|"}, {1001904, "1|a|"}}}, {"<a/ >", {}},
+    };
+    for (const auto &d : documents) fails(d.text, d.errors);
 }
 
 TEST_F(LibraryTest, NestingIsBoundedAndIterative) {
@@ -256,6 +379,15 @@ TEST_F(LibraryTest, FragmentsOfADocument) {
     VQXML_parse("");
     EXPECT_EQ(VQXML_parseFragment(0, "x"), 0u);
     EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001941, "1|"}}));
+    // A fragment for a document that is gone: the list is kept and gets the
+    // handle check's message.
+    const VQHANDLE scratch = VQDOM_createDocument();
+    VQXML_parse("<a>");
+    VQDOM_deleteNode(scratch);
+    EXPECT_EQ(VQXML_parseFragment(scratch, "x"), 0u);
+    char hex[16];
+    std::snprintf(hex, sizeof hex, "%x|", scratch);
+    EXPECT_EQ(drainErrors(), (Errs{{1001942, "1|a|"}, {1001748, hex}}));
 
     // With a document type the reader expands character references: one
     // byte each, and "&#60;" is markup.
@@ -268,6 +400,41 @@ TEST_F(LibraryTest, FragmentsOfADocument) {
     f = VQXML_parseFragment(typed, "<b x='&#39;\"' y=\"&#34;'\"/>");
     ASSERT_NE(f, 0u);
     EXPECT_EQ(describe(f), "#(b[x=\"'\"\" y=\"\"'\"])");
+    // The CDATA reader expands references as the reader does and keeps CR;
+    // a failing fragment leaves the document as it was.
+    const uint32_t children = VQDOM_getLengthList(VQDOM_getChildNodes(typed));
+    f = VQXML_parseFragment(typed, "x<![CDATA[&#65;\r]]>&#38;amp;");
+    ASSERT_NE(f, 0u);
+    EXPECT_EQ(describe(f), "#(\"x\",C\"A\\r\",\"&\")");
+    EXPECT_EQ(VQXML_parseFragment(typed, "<b>&f;</b>"), 0u);
+    EXPECT_EQ(drainErrors(), (Errs{{1001934, "1|f|"}}));
+    EXPECT_EQ(VQDOM_getLengthList(VQDOM_getChildNodes(typed)), children);
+}
+
+TEST_F(LibraryTest, EveryParseClearsTheMainListFirst) {
+    // Pending DOM errors go with the main list's records.
+    VQXML_parse("<a>");
+    const VQHANDLE scratch = VQDOM_createDocument();
+    EXPECT_EQ(VQDOM_createElement(scratch, VQDOM_createDS(scratch, "1x")), 0u);
+    const VQHANDLE doc = VQXML_parse("<a/>");
+    ASSERT_NE(doc, 0u);
+    EXPECT_TRUE(drainErrors().empty());
+    EXPECT_EQ(VQDOM_getError(nullptr), 0);
+    VQXML_parse("<a>");
+    EXPECT_NE(VQXML_parseFragment(doc, "x"), 0u);
+    EXPECT_TRUE(drainErrors().empty());
+}
+
+// The fragment's source reads its first character before the document
+// type is set, so a reference at the very start is left to the content
+// grammar (UTF-8); the code reads it again with expansion on (one byte).
+// Kept off until the team settles the reading.
+TEST_F(LibraryTest, DISABLED_FragmentReferenceAtTheVeryStart) {
+    const VQHANDLE doc = VQXML_parse("<!DOCTYPE r [<!ENTITY e 'E'>]><r/>");
+    ASSERT_NE(doc, 0u);
+    const VQHANDLE f = VQXML_parseFragment(doc, "&#233;x");
+    ASSERT_NE(f, 0u);
+    EXPECT_EQ(describe(f), "#(\"\xC3\xA9x\")");
 }
 
 TEST_F(LibraryTest, DirectScanningMatchesTheReader) {

@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "support/test_util.h"
+#include "vqxml/dom/dom.h"
 #include "vqxml/parser/chars.h"
+#include "vqxml/parser/parser.h"
 #include "vqxml/parser/source.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
@@ -149,6 +151,14 @@ TEST_F(SourceTest, DelimiterCountsOnlyAtItsOwnLevel) {
     EXPECT_EQ(vqtest::message(1939, "1|"), "error 1939");
 }
 
+// The reader counts a LF before it looks for expansions, so a LF right
+// behind a finished reference is read without counting a line; the code
+// counts it. Kept off until the team settles the reading.
+TEST_F(SourceTest, DISABLED_LineFeedBehindAReferenceIsNotCounted) {
+    EXPECT_EQ(VQXML_parse("<!DOCTYPE a [<!ENTITY e 'x&#65;\n<b>'>]><a/>"), 0u);
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001942, "1|b|"}}));
+}
+
 TEST_F(SourceTest, NestingOfEntitySourcesIsBounded) {
     // A self-reference stops at 64 open entity sources: host and 63 p.
     const VQHANDLE p = entity("p", "x%p;", 1, 5);
@@ -222,6 +232,31 @@ TEST_F(SourceTest, TraceLabels) {
           "VQXML malloc - (checkEntity) addr: 0x", "VQXML free   - (getNextCh) addr: 0x",
           "VQXML free   - (deleteSource) addr: 0x", "(len: 2)\n", "(len: 4)\n"})
         EXPECT_NE(t.find(label), std::string::npos) << label;
+
+    // Entity values are copied with their NULs ("xy", then "P"); a
+    // parameter-entity reference read inside a CDATA section of a fragment
+    // has its expansion record freed by the CDATA reader.
+    vqtest::TraceCapture parse('2');
+    ASSERT_NE(VQXML_parse("<!DOCTYPE a [<!ENTITY e 'xy'>]><a/>"), 0u);
+    const VQHANDLE typed = VQXML_parse("<!DOCTYPE a [<!ENTITY % p 'P'>]><a/>");
+    ASSERT_NE(typed, 0u);
+    std::string text = "<![CDATA[%p;]]>";
+    s = allocSource(text.data(), 0, typed);
+    s->doctype = VQDOM_getDoctype(typed);
+    s->cursor = text.c_str();
+    getNextCh(s);
+    const VQHANDLE section = parseCDSect(s);
+    deleteSource(s);
+    ASSERT_NE(section, 0u);
+    EXPECT_EQ(vqtest::str(VQDOM_getNodeValue(section)), "P");
+    std::string copies;
+    int frees = 0;
+    for (const std::string &line : parse.lines()) {
+        if (line.rfind("VQXML malloc - (allocSourceDS) addr: 0x", 0) == 0) copies += line.substr(line.find(", (len: "));
+        frees += line.rfind("VQXML free   - (getNextChCDATA) addr: 0x", 0) == 0;
+    }
+    EXPECT_EQ(copies, ", (len: 3), (len: 2)");
+    EXPECT_EQ(frees, 1);
 }
 
 TEST_F(SourceTest, NoLeaksWhenAllocationsFail) {

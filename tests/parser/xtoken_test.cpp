@@ -1,5 +1,6 @@
 // xtoken_test.cpp - the path tokenizer: each kind of token, where the
-// cursor ends up, and unterminated or unknown input.
+// cursor ends up, skipped blanks, number wrap, and unterminated or unknown
+// input.
 #include <string>
 #include <vector>
 
@@ -59,4 +60,28 @@ TEST_F(LibraryTest, CursorAfterEachToken) {
     text = "   ";
     EXPECT_EQ(nextXToken(text, &t), text + 3);
     EXPECT_EQ(t.kind, 0);
+
+    // Only blanks and tabs are skipped, so a line end is a bad token; names
+    // may start with ":" or "_" and go on with digits and dots; numbers
+    // wrap without a check; the other quotation mark is part of a string.
+    const struct {
+        const char *text;
+        int kind, end, start;  // start: offset of the token text, or -1
+        uint32_t value;
+    } cases[] = {
+        {"\n a", -1, 0, -1, 0},   {"", 0, 0, -1, 0},            {"-a", -1, 0, -1, 0},
+        {":_a.1-b/", 4, 7, 0, 7}, {"4294967297]", 2, 10, -1, 1}, {"'a\"b'x", 1, 5, 1, 3},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        t = XToken{};
+        EXPECT_EQ(nextXToken(c.text, &t), c.text + c.end);
+        EXPECT_EQ(t.kind, c.kind);
+        if (c.kind > 0) {
+            EXPECT_EQ(t.value, c.value);
+        }
+        if (c.start >= 0) {
+            EXPECT_EQ(t.start, c.text + c.start);
+        }
+    }
 }

@@ -1,6 +1,6 @@
-// dom_string_test.cpp - DOM strings: edits under a kept handle, offsets,
-// invalid handles, allocation failures, and the escaping copies at the
-// exact edges of the caller's buffer.
+// dom_string_test.cpp - DOM strings: edits and clones under a kept handle,
+// offsets, invalid handles, allocation failures, trimming, and the escaping
+// copies at the exact edges of the caller's buffer.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -60,6 +60,13 @@ TEST_F(DomStringTest, EditsKeepTheHandleAndLeaveOtherStringsAlone) {
     EXPECT_NE(docHead[doc & 255]->data, before);
     EXPECT_EQ(str(a), "abcdefxyz" + std::string(16000, 'q'));
     EXPECT_TRUE(vqtest::drainErrors().empty());
+
+    // A clone lives in the document of its first argument.
+    const VQHANDLE other = VQDOM_createDocument();
+    const VQHANDLE copy = VQDOM_cloneDS(other, ds(doc, "shared text"));
+    EXPECT_EQ(copy & 255, 2u);
+    EXPECT_EQ(str(copy), "shared text");
+    EXPECT_EQ(VQDOM_cloneDS(other, 0), 0u);
 }
 
 TEST_F(DomStringTest, InsertAndDeleteFollowTheOffsetRules) {
@@ -94,6 +101,10 @@ TEST_F(DomStringTest, InvalidHandlesReadEmptyAndEditsReportTheirName) {
     EXPECT_TRUE(vqtest::drainErrors().empty());  // the null handle is quiet
     EXPECT_EQ(VQDOM_lenDS(stale), 0);
     EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001748, hex(stale)}}));
+    EXPECT_EQ(VQDOM_createDS(0, "x"), 0u);
+    EXPECT_TRUE(vqtest::drainErrors().empty());
+    EXPECT_EQ(VQDOM_createDS(0x77701, "x"), 0u);
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001748, "77701|"}}));
 
     EXPECT_EQ(VQDOM_cmpDS(a, 0), 0);  // reads as equal
     EXPECT_EQ(VQDOM_cmpDSStr(0, "abc"), 0);
@@ -151,9 +162,14 @@ TEST_F(DomStringTest, CopyCompareAndTrim) {
     EXPECT_GT(VQDOM_cmpDS(ds(doc, "\xc3"), s), 0);  // unsigned bytes
     EXPECT_LT(VQDOM_cmpDSStr(s, "hello!"), 0);
 
+    // Trimming keeps the block and clears the bytes behind the text.
     VQHANDLE t = ds(doc, " \t\r\n a  b\t\n ");
+    const int32_t blockBefore = reinterpret_cast<BlockHeader *>(VQDOM_getBufferDS(t) - 8)->blockSize;
     VQDOM_removeSpacesDS(t);
-    EXPECT_EQ(str(t), "a  b");
+    const char *p = VQDOM_getBufferDS(t);
+    EXPECT_EQ(std::string(p, 12), std::string("a  b\0\0\0\0\0\0\0\0", 12));
+    EXPECT_EQ(VQDOM_lenDS(t), 4);
+    EXPECT_EQ(reinterpret_cast<const BlockHeader *>(p - 8)->blockSize, blockBefore);
     VQHANDLE blank = ds(doc, "   ");
     VQDOM_removeSpacesDS(blank);
     EXPECT_EQ(str(blank), "");
@@ -213,6 +229,13 @@ TEST_F(DomStringTest, QuotAndExpandRef2TerminateAtTheBufferEnd) {
     EXPECT_EQ(buf[31], '\0');
     EXPECT_EQ(VQDOM_cpyDS_ExpandRef2(path, reset(), 4), 11);  // inside the doubled backslash
     EXPECT_EQ(std::string(buf, 5), std::string("C:\\\0x", 5));
+
+    // An invalid string: a NUL at the write position, nothing else.
+    cur = reset() + 1;
+    EXPECT_EQ(cpyDS_quot(0, &cur, 4), 0);
+    EXPECT_EQ(std::string(buf, 3), std::string("x\0x", 3));
+    EXPECT_EQ(VQDOM_cpyDS_ExpandRef2(0, buf + 2, 4), 0);
+    EXPECT_EQ(std::string(buf + 2, 2), std::string("\0x", 2));
 }
 
 TEST_F(DomStringTest, AttributeValueFromChildren) {

@@ -1,5 +1,6 @@
 // memdiag_test.cpp - the accounting layer, the leak report, the dump file,
-// the per-document counters, the memory measurement and the trace switch.
+// the per-document counters, the document dump through the trace, the trace
+// switch with its levels and clean-up, and the memory measurement.
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,13 +8,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/test_util.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
+#include "vqxml/store/node.h"
 
 using vqtest::LibraryTest;
 
@@ -42,6 +46,16 @@ std::string dumpToString() {
 int newArea() {
     uint32_t *field = nullptr;
     return newDocumentArea(0, &field);
+}
+
+using Lines = std::vector<std::string>;
+
+// Trace lines with every heap address shown as "@".
+Lines traced(vqtest::TraceCapture &trace) {
+    static const std::regex address("0x0x[0-9a-f]+");
+    Lines out;
+    for (const std::string &line : trace.lines()) out.push_back(std::regex_replace(line, address, "@"));
+    return out;
 }
 
 }  // namespace
@@ -151,41 +165,106 @@ TEST_F(LibraryTest, LeakReportThroughTheTrace) {
     {
         vqtest::TraceCapture trace('1');
         VQXML_debug_mem(0, nullptr, 1);
-        auto lines = trace.lines();
+        const Lines lines = trace.lines();
         ASSERT_EQ(lines.size(), 2u);
         EXPECT_EQ(lines[0].rfind("max. allocated memory so far: 0x", 0), 0u);
         EXPECT_EQ(lines[1], "no memory allocated currently");
     }
-    newArea();
+    newArea();  // an area without a document node is listed, not dumped
+    ASSERT_NE(VQDOM_createDocument(), 0u);
+    void *plain = dbg_malloc(8, "plain");
+    EXPECT_EQ(allocMemDocArea, nullptr);
+    void *nearly = dbg_malloc(8, "document area!");
+    EXPECT_EQ(allocMemDocArea, nullptr) << "only the exact label marks an area";
+
     vqtest::TraceCapture trace('1');
     dbg_memleak();
-    auto lines = trace.lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[1].rfind("memory alloacted: address = 0x0x", 0), 0u);
-    EXPECT_NE(lines[1].find(", size = 20336, text = document area"), std::string::npos);
+    const Lines lines = traced(trace);
+    char first[64];
+    std::snprintf(first, sizeof first, "max. allocated memory so far: 0x%x",
+                  static_cast<unsigned>(vqxml::memStats().maxAllocSize));
+    // Newest first; a block of another label is not dumped, the document is.
+    ASSERT_GE(lines.size(), 6u);
+    const std::string areaLine = "memory alloacted: address = @, size = 20336, text = document area";
+    EXPECT_EQ(Lines(lines.begin(), lines.begin() + 4),
+              (Lines{first, "memory alloacted: address = @, size = 8, text = document area!",
+                     "memory alloacted: address = @, size = 8, text = plain", areaLine}));
+    EXPECT_EQ(lines[4].rfind("[document area]", 0), 0u) << lines[4];
+    EXPECT_EQ(lines.back(), areaLine);
+    dbg_free(plain);
+    dbg_free(nearly);
 }
 
-TEST_F(LibraryTest, TraceLevelsFollowTheFlag) {
+TEST_F(LibraryTest, DocumentDumpThroughTheTrace) {
+    const VQHANDLE doc = VQDOM_createDocument();
+    const VQHANDLE text = allocNode(doc, VQXML_TEXT_NODE, 0);
+    vqxml::node(text)->nodeValue = vqtest::ds(doc, std::string(70000, 'q').c_str());
+    std::vector<char> printed(200000);
+    const int32_t length = VQXML_printNode(text, printed.data(), static_cast<int32_t>(printed.size()));
+    ASSERT_GT(length, 65600) << "the dump must print a second time with more room";
+    const std::string full(printed.data(), static_cast<size_t>(length));
+    const void *data = docHead[1];
+
+    // A higher level, another label, no data or no node: nothing.
+    vqtest::TraceCapture trace('1');
+    VQXML_TRACE_XML_DUMP(2, "document area", data, 200000, text);
+    VQXML_TRACE_XML_DUMP(1, "document are", data, 200000, text);
+    VQXML_TRACE_XML_DUMP(1, "document area", nullptr, 200000, text);
+    VQXML_TRACE_XML_DUMP(1, "document area", data, 200000, 0);
+    EXPECT_TRUE(trace.text().empty());
+    VQXML_TRACE_XML_DUMP(1, "document area", data, 200000, text);
+    const std::string out = trace.text();
+    EXPECT_EQ(out.rfind("[document area]", 0), 0u) << out.substr(0, 40);
+    EXPECT_NE(out.find(full), std::string::npos) << "the whole print reaches the sink";
+
+    // The length handed on is the caller's, not the printed one.
+    vqtest::TraceCapture shortTrace('1');
+    VQXML_TRACE_XML_DUMP(1, "document area", data, 5, text);
+    EXPECT_EQ(traced(shortTrace), (Lines{"[document area] 5 bytes", full.substr(0, 5)}));
+}
+
+TEST_F(LibraryTest, TraceSwitchLevelsAndCleanUp) {
     {
         vqtest::TraceCapture trace('1');
         VQXML_TRACE_XML(1, "one %d", 1);
         VQXML_TRACE_XML(2, "two %d", 2);
         VQXML_TRACE_XML(0, "zero");
-        EXPECT_EQ(trace.lines(), (std::vector<std::string>{"one 1", "zero"}));
-    }
-    {
-        vqtest::TraceCapture trace('0');
+        VQXML_xmlSetTraceFlag(XmlTraceHandle, 0x7F00 | '0');  // only the low byte counts
+        EXPECT_EQ(XmlTraceFlag, 0x7F30);
         VQXML_TRACE_XML(1, "level 1 is held back by '0'");
-        VQXML_TRACE_XML(0, "level 0 passes");
-        EXPECT_EQ(trace.lines(), (std::vector<std::string>{"level 0 passes"}));
+        VQXML_xmlSetTraceFlag(XmlTraceHandle, ':');  // the digit after '9' passes level 10
+        VQXML_TRACE_XML(10, "ten");
+        VQXML_TRACE_XML(11, "eleven");
+        // A line is cut to the 65 535 bytes the sink is given.
+        VQXML_TRACE_XML(0, "%s", std::string(70000, 'z').c_str());
+        EXPECT_EQ(trace.lines(), (Lines{"one 1", "zero", "ten", std::string(65535, 'z')}));
     }
     VQXML_xmlSetTraceFlag(0, '9');
     VQXML_TRACE_XML(0, "no handle: nothing happens");
     EXPECT_EQ(XmlTraceFlag, '9');
+
+    // After clean-up a fresh buffer, outside the library's own accounting.
     VQXML_xmlCleanup();
-    vqtest::TraceCapture trace('2');
-    VQXML_TRACE_XML(2, "%s", "a fresh buffer after clean-up");
-    EXPECT_EQ(trace.lines(), (std::vector<std::string>{"a fresh buffer after clean-up"}));
+    const auto before = vqxml::memStats();
+    {
+        vqtest::TraceCapture trace('2');
+        VQXML_TRACE_XML(2, "%s", "a fresh buffer after clean-up");
+        EXPECT_EQ(trace.lines(), (Lines{"a fresh buffer after clean-up"}));
+    }
+    EXPECT_EQ(vqxml::memStats().liveBlocks, before.liveBlocks);
+    EXPECT_EQ(vqxml::memStats().allocSize, before.allocSize);
+
+    // Clean-up, under either name, empties both lists and keeps the documents.
+    const int n = newArea();
+    addVqXmlError(1001801, "main");
+    vqxml::domError(vqxml::kNotFoundErr, "pending");
+    VQXML_xmlCleanup();
+    EXPECT_EQ(VQDOM_getError(nullptr), 0);
+    EXPECT_EQ(VQXML_getError(nullptr), 0);
+    addVqXmlError(1001801, "main");
+    xmlCleanup();
+    EXPECT_EQ(VQXML_getError(nullptr), 0);
+    EXPECT_NE(docHead[n], nullptr);
     VQXML_clearTiks();
     EXPECT_EQ(VQXML_getTiks(), 0);
 }
@@ -204,6 +283,7 @@ TEST_F(LibraryTest, ProcessMemoryMeasurement) {
     char *p = static_cast<char *>(std::malloc(big));
     std::memset(p, 1, big);
     std::string text = VQDOM_endMemInfo();
+    EXPECT_EQ(static_cast<volatile char *>(p)[big / 2], 1) << "keeps the block from being optimised away";
     std::free(p);
     EXPECT_EQ(text.rfind("VQXML Memory Information: VM Size = ", 0), 0u) << text;
     EXPECT_LE(text.size(), 255u);

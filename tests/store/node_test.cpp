@@ -1,6 +1,6 @@
-// node_test.cpp - node records: the allocator and its starting values,
-// typed access, document creation and numbering, and the searches over a
-// tree (filtered lists, the declarations of a document type).
+// node_test.cpp - node records: document creation and numbering, record
+// sizes and starting values, typed access, allocation failures, and the
+// searches over a tree (filtered lists, the declarations of a document type).
 #include <string>
 #include <vector>
 
@@ -54,47 +54,82 @@ TEST_F(NodeTest, CreateDocumentTakesTheLowestFreeNumber) {
     EXPECT_EQ(VQDOM_getImplementation(doc), doc);  // the document itself
 }
 
-TEST_F(NodeTest, AllocNodeStartingValuesAndFailures) {
+#define ACCESSOR(f) [](VQHANDLE h) -> void * { return f(h); }
+const struct TypeRow {
+    int type;
+    const char *name;
+    int recordSize;
+    void *(*accessor)(VQHANDLE);
+} kTypes[] = {
+    {1, "Element", 48, ACCESSOR(toPElement)}, {2, "Attr", 52, ACCESSOR(toPAttr)},
+    {3, "Text", 52, ACCESSOR(toPText)}, {4, "CDATASection", 48, ACCESSOR(toPCDATASection)},
+    {5, "EntityReference", 52, ACCESSOR(toPEntityReference)}, {6, "Entity", 68, ACCESSOR(toPEntity)},
+    {7, "ProcessingInstruction", 48, ACCESSOR(toPProcessingInstruction)}, {8, "Comment", 48, ACCESSOR(toPComment)},
+    {9, "Document", 52, ACCESSOR(toPDocument)}, {10, "DocumentType", 60, ACCESSOR(toPDocumentType)},
+    {11, "DocumentFragment", 48, ACCESSOR(toPDocumentFragment)}, {12, "Notation", 52, ACCESSOR(toPNotation)},
+    {13, "ElementDecl", 52, ACCESSOR(toPElementDecl)}, {14, "AttlistDecl", 48, ACCESSOR(toPAttlistDecl)},
+    {15, "AttDef", 52, ACCESSOR(toPAttDef)}, {16, "CpChildren", 52, ACCESSOR(toPCpChildren)},
+    {17, "NameList", 48, ACCESSOR(toPNameList)}, {3, "Text", 52, ACCESSOR(toPCharacterData)},
+};
+#undef ACCESSOR
+
+TEST_F(NodeTest, RecordSizesAccessorsAndFailures) {
+    // The block a request takes: payload and header, rounded up to 8.
+    auto blockOf = [&](auto create) {
+        const int32_t before = docHead[1]->dbgSize;
+        create();
+        return docHead[1]->dbgSize - before - 8;
+    };
+    for (const TypeRow &row : kTypes) {
+        SCOPED_TRACE(row.name);
+        VQHANDLE own = 0;
+        EXPECT_EQ(blockOf([&] { own = allocNode(doc, row.type, 0); }), (row.recordSize + 7) / 8 * 8);
+        EXPECT_EQ(vqxml::node(own)->ownerDocument, doc);
+        EXPECT_EQ(row.accessor(own), toPNode(own));
+        EXPECT_TRUE(vqtest::drainErrors().empty());
+        // A node of another type is reported and handed out all the same.
+        const int other = row.type % 17 + 1;
+        const VQHANDLE foreign = allocNode(doc, other, 0);
+        EXPECT_EQ(row.accessor(foreign), toPNode(foreign));
+        EXPECT_EQ(vqtest::drainErrors(),
+                  (Errs{{1001749, std::to_string(other) + "|" + std::to_string(row.type) + "|"}}));
+    }
+    EXPECT_EQ(vqtest::message(1001749, "2|1|"), "invalid nodetype detected: 2, should be 1");
+    // Unknown types get an element-sized record; then the other records.
+    for (int unknown : {0, 18, 1000}) EXPECT_EQ(blockOf([&] { allocNode(doc, unknown, 0); }), 48) << unknown;
+    EXPECT_EQ(blockOf([&] { createNamedNodeMap(doc); }), 16);
+    EXPECT_EQ(blockOf([&] { createNodeList(doc); }), 24);
+    EXPECT_EQ(blockOf([&] { createXmlDecl(doc); }), 16);
+    EXPECT_EQ(blockOf([&] { createExternalID(doc); }), 16);
+    // Starting values that differ from zero.
     EXPECT_EQ(toPAttr(allocNode(doc, VQXML_ATTRIBUTE_NODE, 0))->specified, 1u);
     EXPECT_EQ(toPText(allocNode(doc, VQXML_TEXT_NODE, 0))->rawXml, 0u);
     EXPECT_EQ(toPCpChildren(allocNode(doc, VQXML_CP_CHILDREN_NODE, 0))->separator, 255);
-    const int32_t before = docHead[1]->dbgSize;
-    VQHANDLE e = allocNode(doc, VQXML_ENTITY_NODE, 0);
-    EXPECT_EQ(docHead[1]->dbgSize - before, 80);  // the full 68-byte record
-    EXPECT_EQ(vqxml::node(e)->ownerDocument, doc);
+    // A caller that skipped the check gets a blank record, not a crash.
+    toPElement(0xdead01)->node.firstChild = 7;
+    EXPECT_EQ(toPElement(0)->node.firstChild, 0u);
     EXPECT_TRUE(vqtest::drainErrors().empty());
 
-    VQHANDLE name = ds(doc, "e");
-    ASSERT_NE(VQDOM_createDS(doc, std::string(17000, 'f').c_str()), 0u);
+    // Out of room: every type reports its own name and the size 48; the
+    // name handed in goes with the failure.
+    const VQHANDLE name = ds(doc, "e");
     dontRealloc[1] = 1;
     while (myAlloc(doc, 1) != 0) {
     }
-    EXPECT_EQ(allocNode(doc, VQXML_ENTITY_NODE, name), 0u);
-    EXPECT_FALSE(vqxml::liveHandle(name));  // the name goes with the failure
+    Errs expected;
+    for (int i = 0; i < 17; ++i) {
+        EXPECT_EQ(allocNode(doc, kTypes[i].type, i == 5 ? name : 0), 0u);
+        expected.push_back({11, std::string(kTypes[i].name) + "|48|"});
+    }
+    EXPECT_FALSE(vqxml::liveHandle(name));
     EXPECT_EQ(allocNode(doc, 42, 0), 0u);
     EXPECT_EQ(createNamedNodeMap(doc), 0u);
     EXPECT_EQ(createNodeList(doc), 0u);
     EXPECT_EQ(createXmlDecl(doc), 0u);
     EXPECT_EQ(createExternalID(doc), 0u);
-    EXPECT_EQ(vqtest::drainDomErrors(),
-              (Errs{{11, "Entity|48|"}, {11, "???|48|"}, {11, "NamedNodeMap|12|"},
-                    {11, "NodeList|20|"}, {11, "XmlDecl|16|"}, {11, "ExternalID|12|"}}));
-}
-
-TEST_F(NodeTest, TypedAccessorsReportAWrongTypeAndGoOn) {
-    VQHANDLE attr = allocNode(doc, VQXML_ATTRIBUTE_NODE, 0);
-    VQHANDLE cdata = allocNode(doc, VQXML_CDATA_SECTION_NODE, 0);
-    EXPECT_EQ(static_cast<void *>(toPElement(attr)), toPNode(attr));
-    EXPECT_EQ(static_cast<void *>(toPCharacterData(cdata)), toPNode(cdata));
-    toPAttr(attr);
-    toPDocument(doc);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001749, "2|1|"}, {1001749, "4|3|"}}));
-    EXPECT_EQ(vqtest::message(1001749, "2|1|"), "invalid nodetype detected: 2, should be 1");
-
-    // A caller that skipped the check gets a blank record, not a crash.
-    toPElement(0xdead01)->node.firstChild = 7;
-    EXPECT_EQ(toPElement(0)->node.firstChild, 0u);
-    EXPECT_TRUE(vqtest::drainErrors().empty());
+    for (const char *rest : {"???|48|", "NamedNodeMap|12|", "NodeList|20|", "XmlDecl|16|", "ExternalID|12|"})
+        expected.push_back({11, rest});
+    EXPECT_EQ(vqtest::drainDomErrors(), expected);
 }
 
 TEST_F(NodeTest, DeletingRecordsTakesTheirStrings) {
