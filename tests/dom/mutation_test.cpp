@@ -14,29 +14,27 @@
 namespace {
 
 using robust::consistent;
-using vqtest::Err;
-using vqtest::str;
-using vqxml::liveHandle;
-
-constexpr int64_t kHierarchy = 1001703, kWrongDoc = 1001704, kNotFound = 1001708, kNullPointer = 1001712;
-using Errs = std::vector<Err>;
 using vqtest::drainErrors;
+using vqtest::Err;
 using vqtest::message;
+using vqtest::str;
 using vqxml::node;
 using vqxml::rec;
+using Errs = std::vector<Err>;
 
-bool alive(VQHANDLE h) { return liveHandle(h); }
+constexpr int64_t kHierarchy = 1001703, kWrongDoc = 1001704, kNotFound = 1001708, kNullPointer = 1001712;
+
+bool alive(VQHANDLE h) { return vqxml::liveHandle(h); }
 
 bool unlinked(VQHANDLE h) {
-    const Node *n = vqxml::node(h);
+    const Node *n = node(h);
     return n->parentNode == 0 && n->previousSibling == 0 && n->nextSibling == 0 && n->containingMap == 0;
 }
 
 class MutationTest : public vqtest::DocumentTest {
 protected:
     VQHANDLE comment() const { return VQDOM_createComment(doc, s("c")); }
-    VQHANDLE fragment() const { return VQDOM_createDocumentFragment(doc); }
-    VQHANDLE frag() const { return fragment(); }
+    VQHANDLE frag() const { return VQDOM_createDocumentFragment(doc); }
     VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
     VQHANDLE pi(const char *t, const char *d) const { return VQDOM_createProcessingInstruction(doc, s(t), s(d)); }
     VQHANDLE with(VQHANDLE parent, std::initializer_list<VQHANDLE> children) const {
@@ -65,66 +63,30 @@ protected:
     }
 };
 
-TEST_F(MutationTest, RefusedInsertionsDeleteTheNode) {
-    const VQHANDLE root = add(doc, el("root")), a = add(root, el("a")), b = add(a, el("b"));
-    add(doc, comment());
-
-    // A second document element is refused; the document element itself may
-    // be appended again, which moves it to the end.
-    const VQHANDLE second = el("second");
-    EXPECT_EQ(VQDOM_appendChild(doc, second), 0u);
-    EXPECT_FALSE(liveHandle(second));
-    EXPECT_EQ(VQDOM_appendChild(doc, root), root);
-    EXPECT_EQ(kids(doc), "#comment root");
-
-    // A node cannot go below itself: `a` is deleted with its subtree and
-    // leaves its old parent consistent.
-    EXPECT_EQ(VQDOM_appendChild(b, a), 0u);
-    EXPECT_FALSE(liveHandle(a) || liveHandle(b));
-    EXPECT_EQ(kids(root), "");
-
-    // Removing a node that is no child is refused; the node stays.
-    const VQHANDLE stray = el("x");
-    EXPECT_EQ(VQDOM_removeChild(root, stray), 0u);
-    EXPECT_TRUE(liveHandle(stray));
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{kHierarchy, ""}, {kHierarchy, ""}, {kNotFound, ""}}));
-    EXPECT_TRUE(consistent(doc));
-}
-
 TEST_F(MutationTest, FragmentsMoveChildByChild) {
-    const VQHANDLE e = el("e"), ref = add(e, el("ref"));
-    VQHANDLE frag = fragment();
-    const VQHANDLE t = add(frag, text("t"));
-    add(frag, el("x"));
-    add(frag, comment());
-    EXPECT_EQ(VQDOM_insertBefore(e, frag, ref), t);
-    EXPECT_FALSE(liveHandle(frag));
+    const VQHANDLE e = el("e"), ref = add(e, el("ref")), t = text("t");
+    VQHANDLE fr = with(frag(), {t, el("x"), comment()});
+    EXPECT_EQ(VQDOM_insertBefore(e, fr, ref), t);
+    EXPECT_FALSE(alive(fr));
     EXPECT_EQ(kids(e), "'t' x #comment ref");
     EXPECT_TRUE(consistent(e));
-
     // Into an attribute only the text is allowed: the comment goes.
-    const VQHANDLE attr = VQDOM_createAttribute(doc, s("a"));
-    frag = fragment();
-    const VQHANDLE v = add(frag, text("v")), c = add(frag, comment());
-    EXPECT_EQ(VQDOM_appendChild(attr, frag), v);
-    EXPECT_FALSE(liveHandle(frag) || liveHandle(c));
-    EXPECT_EQ(kids(attr), "'v'");
-
+    const VQHANDLE a = attr("a"), v = text("v"), c = comment();
+    fr = with(frag(), {v, c});
+    EXPECT_EQ(VQDOM_appendChild(a, fr), v);
+    EXPECT_FALSE(alive(fr) || alive(c));
+    EXPECT_EQ(kids(a), "'v'");
     // A refused first child is still what the call returns, now dead.
-    frag = fragment();
-    const VQHANDLE first = add(frag, comment());
-    add(frag, text("w"));
-    EXPECT_EQ(VQDOM_appendChild(attr, frag), first);
-    EXPECT_FALSE(liveHandle(first));
-    EXPECT_EQ(kids(attr), "'v' 'w'");
-
+    const VQHANDLE first = comment();
+    EXPECT_EQ(VQDOM_appendChild(a, with(frag(), {first, text("w")})), first);
+    EXPECT_FALSE(alive(first));
+    EXPECT_EQ(kids(a), "'v' 'w'");
     // A fragment into itself would never empty; it is refused.
-    frag = fragment();
-    add(frag, text("z"));
-    EXPECT_EQ(VQDOM_appendChild(frag, frag), 0u);
-    EXPECT_FALSE(liveHandle(frag));
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>(3, Err{kHierarchy, ""})));
-    EXPECT_TRUE(consistent(attr));
+    fr = with(frag(), {text("z")});
+    EXPECT_EQ(VQDOM_appendChild(fr, fr), 0u);
+    EXPECT_FALSE(alive(fr));
+    EXPECT_EQ(drainErrors(), (Errs(3, Err{kHierarchy, ""})));
+    EXPECT_TRUE(consistent(a));
 }
 
 TEST_F(MutationTest, InsertReplaceAndRemove) {
@@ -145,37 +107,13 @@ TEST_F(MutationTest, InsertReplaceAndRemove) {
 
     // The document element is swapped in place, between its neighbours.
     const VQHANDLE oldRoot = el("old"), newRoot = el("new");
-    add(doc, comment());
-    add(doc, oldRoot);
-    add(doc, VQDOM_createProcessingInstruction(doc, s("pi"), s("")));
+    with(doc, {comment(), oldRoot, pi("pi", "")});
     EXPECT_EQ(VQDOM_replaceChild(doc, newRoot, oldRoot), oldRoot);
     EXPECT_TRUE(unlinked(oldRoot));
     EXPECT_EQ(kids(doc), "#comment new pi");
     EXPECT_EQ(VQDOM_getDocumentElement(doc), newRoot);
-    EXPECT_TRUE(vqtest::drainErrors().empty());
+    EXPECT_TRUE(drainErrors().empty());
     EXPECT_TRUE(consistent(doc));
-}
-
-TEST_F(MutationTest, NormalizeMergesTextRunsAndKeepsTheFirstValue) {
-    const VQHANDLE e = el("e"), t1 = text("a");
-    const VQHANDLE held = VQDOM_getNodeValue(t1);
-    for (VQHANDLE n : {t1, text("b"), text(""), text("c")}) add(e, n);
-    for (VQHANDLE n : {VQDOM_createCDATASection(doc, s("cd")), text("d"), text("e")}) add(e, n);
-    const VQHANDLE inner = add(e, el("inner"));
-    for (int i = 0; i < 1000; ++i) add(inner, text(i % 2 ? "y" : "x"));
-    add(e, text(""));  // a lone empty text stays
-
-    EXPECT_EQ(VQDOM_normalize(e), 0);
-    EXPECT_EQ(kids(e), "'abc' #cdata-section 'de' inner ''");
-    EXPECT_EQ(str(held), "abc");  // the first node keeps its value handle
-    VQDOM_setNodeValue(t1, held);  // and keeps it when given it again
-    EXPECT_EQ(str(VQDOM_getNodeValue(t1)), "abc");
-    ASSERT_EQ(VQDOM_getLengthList(VQDOM_getChildNodes(inner)), 1u);
-    std::string xy;
-    for (int i = 0; i < 500; ++i) xy += "xy";
-    EXPECT_EQ(str(VQDOM_getNodeValue(VQDOM_getFirstChild(inner))), xy);
-    EXPECT_TRUE(vqtest::drainErrors().empty());
-    EXPECT_TRUE(consistent(e));
 }
 
 TEST_F(MutationTest, DeletingADocumentFreesItsArea) {
@@ -197,12 +135,12 @@ TEST_F(MutationTest, DeletingADocumentFreesItsArea) {
     // Deleting a subtree leaves the rest consistent.
     const VQHANDLE last = VQDOM_getLastChild(root);
     VQDOM_deleteNode(last);
-    EXPECT_FALSE(liveHandle(last));
+    EXPECT_FALSE(alive(last));
     EXPECT_TRUE(consistent(doc));
 
     VQDOM_deleteNode(doc);
     EXPECT_EQ(docHead[doc & 255], nullptr);
-    EXPECT_TRUE(vqtest::drainErrors().empty());
+    EXPECT_TRUE(drainErrors().empty());
 }
 
 // The table of child types per parent type is the code's own; these are the
@@ -235,14 +173,28 @@ TEST_F(MutationTest, HierarchyRulesBesideTheTable) {
 }
 
 TEST_F(MutationTest, RefusedInsertionsFreeTheWholeSubtree) {
-    const VQHANDLE p = add(doc, el("p"));
+    const VQHANDLE p = add(doc, el("p")), a = add(p, el("a")), b = add(a, el("b"));
+    add(doc, comment());
     const int32_t before = objects(doc);
+    // The document element may be appended again, which moves it to the end.
+    EXPECT_EQ(VQDOM_appendChild(doc, p), p);
+    EXPECT_EQ(kids(doc), "#comment p");
+    // A node cannot go below itself: it goes with its subtree, its old parent left consistent.
+    EXPECT_EQ(VQDOM_appendChild(b, a), 0u);
+    EXPECT_FALSE(alive(a) || alive(b));
+    EXPECT_EQ(kids(p), "");
+    EXPECT_TRUE(consistent(doc));
+    EXPECT_EQ(drainErrors(), (Errs{{kHierarchy, ""}}));
+    const int32_t empty = objects(doc);
+    EXPECT_LT(empty, before);
     add(p, subtree());
     VQDOM_deleteNode(node(p)->lastChild);
-    EXPECT_EQ(objects(doc), before);
+    EXPECT_EQ(objects(doc), empty);
     // Every refusal path gives back what the refused node held: attributes, children, strings, lists.
+    const VQHANDLE second = subtree();
     EXPECT_EQ(VQDOM_appendChild(0, subtree()), 0u);                       // invalid parent
-    EXPECT_EQ(VQDOM_appendChild(doc, subtree()), 0u);                     // second root
+    EXPECT_EQ(VQDOM_appendChild(doc, second), 0u);                        // second root
+    EXPECT_FALSE(alive(second));
     EXPECT_EQ(VQDOM_insertBefore(p, subtree(), el("stray")), 0u);         // not a child
     EXPECT_EQ(VQDOM_insertBefore(0, subtree(), 0), 0u);                   // appended to nothing
     EXPECT_EQ(VQDOM_appendChild(VQDOM_createDocument(), subtree()), 0u);  // other document
@@ -250,10 +202,16 @@ TEST_F(MutationTest, RefusedInsertionsFreeTheWholeSubtree) {
     EXPECT_EQ(VQDOM_insertBefore(p, fr, el("stray2")), 0u);
     EXPECT_FALSE(alive(fr));
     // Only the two stray reference elements remain (each: node, name, map, child list).
-    EXPECT_EQ(objects(doc), before + 8);
+    EXPECT_EQ(objects(doc), empty + 8);
     EXPECT_EQ(drainErrors(), (Errs{{kHierarchy, ""}, {kNotFound, ""}, {kWrongDoc, ""}, {kNotFound, ""}}));
     EXPECT_EQ(message(kNotFound, ""), "DOM error: NOT_FOUND_ERR");
     EXPECT_EQ(message(kWrongDoc, ""), "DOM error: WRONG_DOCUMENT_ERR");
+    // Removing a node that is no child is refused; the node stays.
+    const VQHANDLE stray = el("x");
+    EXPECT_EQ(VQDOM_removeChild(p, stray), 0u);
+    EXPECT_TRUE(alive(stray));
+    EXPECT_EQ(drainErrors(), (Errs{{kNotFound, ""}}));
+    EXPECT_TRUE(consistent(doc));
 }
 
 TEST_F(MutationTest, InsertBeforeChecksInOrder) {
@@ -377,20 +335,30 @@ TEST_F(MutationTest, RemoveAndDelete) {
     EXPECT_TRUE(drainErrors().empty());
 }
 
-TEST_F(MutationTest, NormalizeTouchesOnlyElementChildren) {
+TEST_F(MutationTest, NormalizeMergesTextRunsOfElementChildren) {
+    const VQHANDLE t1 = text("a"), held = VQDOM_getNodeValue(t1), t2 = text("b"), inner = el("inner");
+    for (int i = 0; i < 1000; ++i) add(inner, text(i % 2 ? "y" : "x"));
     const VQHANDLE a = with(attr("a"), {text("x"), text("y")}), r = with(ref("r"), {text("r1"), text("r2")});
-    const VQHANDLE t1 = text("1"), t2 = text("2"), e = with(el("e"), {t1, t2, r, text("3"), comment(), text("4")});
+    const VQHANDLE e = with(el("e"), {t1, t2, text(""), text("c"), VQDOM_createCDATASection(doc, s("cd")),
+                                      text("d"), text("e"), r, text("3"), comment(), inner, text("")});
     VQDOM_setAttributeNode(e, a);
     EXPECT_EQ(VQDOM_normalize(e), 0);
-    EXPECT_EQ(kids(e), "'12' r '3' #comment '4'");
+    EXPECT_EQ(kids(e), "'abc' #cdata-section 'de' r '3' #comment inner ''");  // a lone empty text stays
     EXPECT_FALSE(alive(t2));
     EXPECT_EQ(node(e)->firstChild, t1);
+    EXPECT_EQ(str(held), "abc");  // the first node keeps its value handle
+    VQDOM_setNodeValue(t1, held);  // and keeps it when given it again
+    EXPECT_EQ(str(VQDOM_getNodeValue(t1)), "abc");
+    ASSERT_EQ(VQDOM_getLengthList(VQDOM_getChildNodes(inner)), 1u);
+    EXPECT_EQ(str(VQDOM_getNodeValue(VQDOM_getFirstChild(inner))), robust::repeat("xy", 500));
     EXPECT_EQ(kids(r), "'r1' 'r2'");  // references are not entered
     EXPECT_EQ(kids(a), "'x' 'y'");    // nor attribute maps
+    EXPECT_TRUE(consistent(e));
     // An attribute given directly has its own text children merged.
     EXPECT_EQ(VQDOM_normalize(a), 0);
     EXPECT_EQ(kids(a), "'xy'");
     EXPECT_EQ(VQDOM_normalize(0), 0);
+    EXPECT_TRUE(drainErrors().empty());
     // A text node without a value takes the others' through the append, which reports it.
     const VQHANDLE f = el("f"), bare = add(f, text("z"));
     VQDOM_deleteDS(node(bare)->nodeValue);

@@ -3,8 +3,7 @@
 // the bytes of every node kind and declaration, the buffer a short buffer is
 // left with (literals whole or not at all, cut strings behind an unmoved
 // cursor, escaped text cut inside an entity, a NUL wherever a node's output
-// ended inside its room), every buffer size of a sample document, the
-// writers called one by one, and odd handles.
+// ended inside its room), the writers called one by one, and odd handles.
 #include <string>
 #include <utility>
 #include <vector>
@@ -348,55 +347,22 @@ TEST_F(Serializer, ValueStringOfAnAttributeDefinition) {
     EXPECT_EQ(into(list, 30, len), std::string("<!ATTLIST r q NMTOKEN \"n\"\"w&q\0", 30));
 }
 
-// A document with every node kind, printed into every size from 0 to its
-// full length: the result never changes, nothing lands past the size, and a
-// size above the result always gives the terminated text.
-TEST_F(Serializer, EverySizeOfASampleDocument) {
-    const VQHANDLE decl = createXmlDecl(doc);
-    const VQHANDLE version = s("1.0"), sa = s("no");
+// The prolog of a document built through the DOM: a declaration alone ends
+// without a line break; entities of either kind, a reference to one and a
+// notation without identifiers in the document type.
+TEST_F(Serializer, BuiltProlog) {
+    const VQHANDLE decl = createXmlDecl(doc), version = s("1.0"), sa = s("no");
     vqxml::rec<XmlDecl>(decl)->version = version;
     vqxml::rec<XmlDecl>(decl)->standalone = sa;
     vqxml::rec<Document>(doc)->xmlDecl = decl;
-    EXPECT_EQ(print(doc), "<?xml version=\"1.0\" standalone=\"no\"?>");  // no line break
+    EXPECT_EQ(print(doc), "<?xml version=\"1.0\" standalone=\"no\"?>");
     const VQHANDLE dt = add(doc, createDocumentType(doc, s("r")));
-    add(dt, entity("e", "x&y"));
-    add(dt, entity("p", "", 1));
-    add(dt, ref("p"));
-    const VQHANDLE group = add(add(dt, elementDecl("r", 4)), cp('|', '*'));
-    add(group, cp(0, 0, "a"));
-    add(group, cp(0, '?', "b"));
-    add(add(dt, createAttlistDecl(doc, s("r"))), attDef("k", 3, 1, "fixed"));
-    add(dt, allocNode(doc, VQXML_NOTATION_NODE, s("n")));
+    for (VQHANDLE n : {entity("e", "x&y"), entity("p", "", 1), ref("p"), allocNode(doc, VQXML_NOTATION_NODE, s("n"))})
+        add(dt, n);
     add(doc, VQDOM_createComment(doc, s(" top ")));
-    const VQHANDLE r = add(doc, el("r"));
-    attr(r, "id", "a\tb");
-    add(r, text("t&"));
-    add(r, VQDOM_createCDATASection(doc, s("c]]>d")));
-    add(r, ref("e"));
-    const VQHANDLE inner = add(r, el("i"));
-    add(inner, VQDOM_createProcessingInstruction(doc, s("pi"), s("data")));
-    add(inner, el("j"));
-    VQDOM_setRawXml(add(r, text("<raw/>")));
-
-    const std::string full = print(doc);
-    EXPECT_EQ(full,
-              "<?xml version=\"1.0\" standalone=\"no\"?>\r\n"
-              "<!DOCTYPE r [\r\n<!ENTITY e \"x&y\">\r\n<!ENTITY % p \"\">\r\n%p;"
-              "\r\n<!ELEMENT r (a|b?)*>\r\n<!ATTLIST r k CDATA #FIXED\"fixed\">"
-              "\r\n<!NOTATION n >\r\n]>\r\n"
-              "<!-- top -->\r\n"
-              "<r id=\"a&#9;b\">t&amp;<![CDATA[c]]]><![CDATA[]>d]]>&e;"
-              "<i><?pi_data?><j/></i><raw/></r>");
-    const auto len = static_cast<int32_t>(full.size());
-    for (int32_t size = 0; size <= len + 1; ++size) {
-        std::string buf(static_cast<size_t>(len) + 8, '\x7f');
-        ASSERT_EQ(VQXML_printNode(doc, buf.data(), size), len) << "size " << size;
-        ASSERT_EQ(buf.find_first_not_of('\x7f', static_cast<size_t>(size)), std::string::npos)
-            << "write past size " << size;
-        if (size > len) {
-            EXPECT_EQ(buf.substr(0, static_cast<size_t>(len) + 1), full + '\0');
-        }
-    }
+    add(doc, el("r"));
+    EXPECT_EQ(print(doc), "<?xml version=\"1.0\" standalone=\"no\"?>\r\n<!DOCTYPE r [\r\n<!ENTITY e \"x&y\">\r\n"
+                          "<!ENTITY % p \"\">\r\n%p;\r\n<!NOTATION n >\r\n]>\r\n<!-- top -->\r\n<r/>");
     EXPECT_TRUE(drainErrors().empty());
 }
 

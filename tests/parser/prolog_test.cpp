@@ -60,9 +60,13 @@ std::string decls(VQHANDLE n) {
     return out;
 }
 
-// A source over `text` in `doc`; deleted by the caller.
-Source *source(VQHANDLE doc, const std::string &text) {
-    return allocSource(const_cast<char *>(text.c_str()), 0, doc);
+// Runs `read` over a source on `text` in `doc`, and returns its result.
+template <typename Read>
+int readWith(VQHANDLE doc, std::string text, Read read) {
+    Source *s = allocSource(text.data(), 0, doc);
+    const int result = read(s);
+    deleteSource(s);
+    return result;
 }
 
 }  // namespace
@@ -309,10 +313,7 @@ TEST_F(LibraryTest, EveryPrologMessageWithItsLine) {
     ASSERT_NE(doc, 0u);
     const VQHANDLE def = findAttDef(VQDOM_getDoctype(doc), "a", "x");
     ASSERT_NE(def, 0u);
-    const std::string text = "'v<'";
-    Source *s = source(doc, text);
-    EXPECT_EQ(parseDefaultDecl(s, def), 1);
-    deleteSource(s);
+    EXPECT_EQ(readWith(doc, "'v<'", [&](Source *s) { return parseDefaultDecl(s, def); }), 1);
     EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001908, "1|x|"}}));
     EXPECT_EQ(VQDOM_getLengthMap(vqxml::node(def)->attributes), 0u);
 }
@@ -323,33 +324,22 @@ TEST_F(LibraryTest, ConditionalSectionsAndKeywordChoice) {
     const VQHANDLE dt = VQDOM_getDoctype(doc);
     // Only external text may hold conditional sections; nested INCLUDE
     // sections add their declarations in order.
-    std::string text = " <![ INCLUDE [<!ELEMENT b ANY><![INCLUDE[ <!ELEMENT c ANY> ]]>]]> <!ELEMENT d ANY>";
-    Source *s = source(doc, text);
-    EXPECT_EQ(parseExtSubsetDecl(s, dt, 1), 1);
-    deleteSource(s);
+    const auto subsetDecl = [&](Source *s) { return parseExtSubsetDecl(s, dt, 1); };
+    EXPECT_EQ(readWith(doc, " <![ INCLUDE [<!ELEMENT b ANY><![INCLUDE[ <!ELEMENT c ANY> ]]>]]> <!ELEMENT d ANY>",
+                       subsetDecl),
+              1);
     EXPECT_EQ(print(dt), "<!DOCTYPE a [\r\n<!ELEMENT b ANY>\r\n<!ELEMENT c ANY>\r\n<!ELEMENT d ANY>\r\n]>");
 
-    // IGNORE can never be chosen: "INCLUDE" comes first with the same letter.
-    text = "<![IGNORE[ <!ELEMENT x ANY> ]]>";
-    s = source(doc, text);
-    EXPECT_EQ(parseExtSubsetDecl(s, dt, 1), 0);
-    deleteSource(s);
-    text = "<![INCLUDE[<!ELEMENT y ANY>";
-    s = source(doc, text);
-    EXPECT_EQ(parseExtSubsetDecl(s, dt, 1), 0);
-    deleteSource(s);
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001913, "1|INCLUDE/IGNORE|"}, {1001913, "1|]]>|"}}));
-
+    // IGNORE can never be chosen: "INCLUDE" comes first with the same
+    // letter. Of words sharing a first letter only the first is tried.
+    EXPECT_EQ(readWith(doc, "<![IGNORE[ <!ELEMENT x ANY> ]]>", subsetDecl), 0);
+    EXPECT_EQ(readWith(doc, "<![INCLUDE[<!ELEMENT y ANY>", subsetDecl), 0);
     const char *const words[] = {"AB", "AC", "B", nullptr};
-    text = "AC";
-    s = source(doc, text);
-    EXPECT_EQ(parseWords(s, words), 0);
-    deleteSource(s);
-    text = "B";
-    s = source(doc, text);
-    EXPECT_EQ(parseWords(s, words), 3);
-    deleteSource(s);
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001913, "1|AB/AC/B|"}}));
+    const auto word = [&](Source *s) { return parseWords(s, words); };
+    EXPECT_EQ(readWith(doc, "AC", word), 0);
+    EXPECT_EQ(readWith(doc, "B", word), 3);
+    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001913, "1|INCLUDE/IGNORE|"}, {1001913, "1|]]>|"},
+                                                       {1001913, "1|AB/AC/B|"}}));
 }
 
 TEST_F(LibraryTest, ContentModelNestingIsBounded) {

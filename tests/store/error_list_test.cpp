@@ -216,12 +216,4 @@ TEST_F(LibraryTest, RaisersFormatTheirParameters) {
     EXPECT_TRUE(drainErrors().empty());
 }
 
-TEST_F(LibraryTest, ErrorRecordTraceLines) {
-    TraceCapture trace('2');
-    addVqXmlError(1001802, "x");
-    VQXML_getError(nullptr);
-    EXPECT_EQ(traced(trace), (Lines{"VQXML - (addError) addr: @, (len: 272) 1001802:x",
-                                    "VQXML free   - (deleteFirstError) addr: @"}));
-}
-
 }  // namespace
