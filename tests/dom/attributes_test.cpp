@@ -2,7 +2,6 @@
 // the handles each consumes, DTD default attributes, attribute values built
 // from children or set whole, and copies rebuilding values for the target.
 #include <cstring>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -34,20 +33,6 @@ protected:
         other = VQDOM_createDocument();
     }
     VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
-    VQHANDLE with(VQHANDLE parent, std::initializer_list<VQHANDLE> children) const {
-        for (VQHANDLE c : children) add(parent, c);
-        return parent;
-    }
-    // Text children as 'values', others by name.
-    static std::string kids(VQHANDLE parent) {
-        std::string out;
-        for (VQHANDLE c = VQDOM_getFirstChild(parent); c != 0; c = VQDOM_getNextSibling(c)) {
-            if (!out.empty()) out += ' ';
-            out += VQDOM_getNodeType(c) == VQXML_TEXT_NODE ? "'" + str(VQDOM_getNodeValue(c)) + "'"
-                                                           : str(VQDOM_getNodeName(c));
-        }
-        return out;
-    }
     static VQHANDLE parse(const char *xml) {
         const VQHANDLE d = VQXML_parse(xml);
         EXPECT_NE(d, 0u) << xml << ::testing::PrintToString(drainErrors());

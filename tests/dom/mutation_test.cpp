@@ -3,7 +3,6 @@
 // which handles a refused call deletes (its whole subtree) and which it
 // leaves to the caller. The tree's links are checked afterwards: a broken
 // sibling or map link shows up long after the call that broke it.
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -37,10 +36,6 @@ protected:
     VQHANDLE frag() const { return VQDOM_createDocumentFragment(doc); }
     VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
     VQHANDLE pi(const char *t, const char *d) const { return VQDOM_createProcessingInstruction(doc, s(t), s(d)); }
-    VQHANDLE with(VQHANDLE parent, std::initializer_list<VQHANDLE> children) const {
-        for (VQHANDLE c : children) add(parent, c);
-        return parent;
-    }
     void set(VQHANDLE e, const char *name, const char *value) const { VQDOM_setAttribute(e, s(name), s(value)); }
     // Live objects in an area: a refused subtree must give all of its back.
     static int32_t objects(VQHANDLE d) { return docHead[d & 255]->dbgHandles; }
@@ -50,16 +45,6 @@ protected:
         const VQHANDLE e = with(el("s"), {text("t"), el("inner")});
         set(e, "a", "1");
         return e;
-    }
-    // The children of a node: element names, 'text values', other node names.
-    static std::string kids(VQHANDLE parent) {
-        std::string out;
-        for (VQHANDLE c = VQDOM_getFirstChild(parent); c != 0; c = VQDOM_getNextSibling(c)) {
-            if (!out.empty()) out += ' ';
-            out += VQDOM_getNodeType(c) == VQXML_TEXT_NODE ? "'" + str(VQDOM_getNodeValue(c)) + "'"
-                                                           : str(VQDOM_getNodeName(c));
-        }
-        return out;
     }
 };
 

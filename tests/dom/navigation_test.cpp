@@ -2,7 +2,6 @@
 // purpose, text gathering per node type and at tight capacities, the DS
 // variants around their stack buffer, live tag-name lists and renaming.
 #include <cstring>
-#include <initializer_list>
 #include <string>
 
 #include "support/test_util.h"
@@ -22,10 +21,6 @@ protected:
     VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
     VQHANDLE pi(const char *t, const char *d) const { return VQDOM_createProcessingInstruction(doc, s(t), s(d)); }
     VQHANDLE frag() const { return VQDOM_createDocumentFragment(doc); }
-    VQHANDLE with(VQHANDLE parent, std::initializer_list<VQHANDLE> children) const {
-        for (VQHANDLE c : children) add(parent, c);
-        return parent;
-    }
     // An element holding texts and, between them, an element with `inner`.
     VQHANDLE mixed(const char *before, const char *inner, const char *after) {
         VQHANDLE e = el("e");

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,6 +51,13 @@ protected:
         EXPECT_EQ(VQDOM_appendChild(parent, child), child);
         return child;
     }
+    // Appends the children in order; returns the parent.
+    VQHANDLE with(VQHANDLE parent, std::initializer_list<VQHANDLE> children) const {
+        for (VQHANDLE c : children) add(parent, c);
+        return parent;
+    }
+    // The children of a node: 'text values', other nodes by name.
+    static std::string kids(VQHANDLE parent);
     VQHANDLE doc = 0;
 };
 
