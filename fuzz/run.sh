@@ -8,7 +8,9 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 shift || true
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(parse fragment checkname xtoken dom alloc)
+if [ ${#targets[@]} -eq 0 ]; then
+  for f in fuzz/*_fuzzer.cpp; do f=${f##*/}; targets+=("${f%_fuzzer.cpp}"); done
+fi
 log=$(mktemp)
 cmake --preset fuzz >"$log" 2>&1 || { cat "$log"; exit 1; }
 # Only the fuzz targets: with clang the sanitizer runtime is linked into
@@ -19,7 +21,7 @@ mkdir -p fuzz/findings
 status=0
 for t in "${targets[@]}"; do
   work=$(mktemp -d)
-  cp -r "fuzz/corpus/$t/." "$work/"
+  [ -d "fuzz/corpus/$t" ] && cp -r "fuzz/corpus/$t/." "$work/"
   echo "fuzz_$t: ${seconds}s"
   if ! "build-fuzz/fuzz/fuzz_$t" "$work" -max_total_time="$seconds" -max_len=4096 \
        -rss_limit_mb=4096 -timeout=10 -print_final_stats=1 \
