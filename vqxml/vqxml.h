@@ -319,6 +319,36 @@ VQXML_API char *VQXML_checkName(const char *name);
  * smaller than size means the buffer was too small. Line breaks are CR LF. */
 VQXML_API int32_t VQXML_printNode(VQHANDLE node, char *buffer, int32_t size);
 
+/* ---- element lookup ----------------------------------------------------- */
+
+/* All walk the direct children of parent in document order and stop at the
+ * first handle that is not valid. n counts matches from 0; a negative n
+ * never matches. */
+VQXML_API VQHANDLE VQXML_findChildElement(VQHANDLE parent, VQHANDLE tagName,
+                                          int32_t n);
+VQXML_API VQHANDLE VQXML_findChildElementStr(VQHANDLE parent,
+                                             const char *tagName, int32_t n);
+/* The first element child whose attribute attrName (read up to 255 bytes)
+ * equals value byte for byte. */
+VQXML_API VQHANDLE VQXML_findAttribute(VQHANDLE parent, const char *attrName,
+                                       const char *value);
+VQXML_API VQHANDLE VQXML_findIndexedChildElem(VQHANDLE parent, int32_t n);
+/* The text of an element whose only child is one Text node: copies at most
+ * size bytes with the terminator and returns the full length. Any other
+ * content reads as the empty text and returns 0. */
+VQXML_API int32_t VQXML_getElementText(VQHANDLE element, char *buffer,
+                                       int32_t size);
+VQXML_API uint32_t VQXML_countChildElements(VQHANDLE parent);
+/* Element descendants at all depths. */
+VQXML_API uint32_t VQXML_countSubElements(VQHANDLE parent);
+VQXML_API uint32_t VQXML_countNamedChildren(VQHANDLE parent,
+                                            VQHANDLE tagName);
+/* Move all children (or only the element children) of from to the end of
+ * to, in order. A child that to refuses is deleted, as with every refused
+ * insertion; to == from changes nothing. */
+VQXML_API void VQXML_moveChildren(VQHANDLE to, VQHANDLE from);
+VQXML_API void VQXML_moveChildElems(VQHANDLE to, VQHANDLE from);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
