@@ -15,6 +15,7 @@
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
+#include "vqxml/store/limits.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 
@@ -152,7 +153,6 @@ void foldBlanks(char *text) {
 // an entity reference whose elements again get defaults; a declaration set
 // that leads back to itself must end rather than recurse without bound.
 int defaultNesting = 0;
-constexpr int kMaxDefaultNesting = 32;
 
 }  // namespace
 }  // namespace vqxml

@@ -16,7 +16,6 @@
 #include <cstring>
 
 #include "vqxml/dom/dom.h"
-#include "vqxml/model/trace.h"
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
@@ -516,9 +515,7 @@ private:
 
     bool grow() {
         const size_t bytes = 2 * capacity_ * sizeof(CloneFrame);
-        auto *bigger = static_cast<CloneFrame *>(dbg_malloc(bytes, "clone frames"));
-        VQXML_TRACE(2, "VQXML malloc - (cloneNodeDoc) addr: 0x%p, (len: %zu)",
-                    static_cast<void *>(bigger), bytes);
+        auto *bigger = static_cast<CloneFrame *>(vqxml::tracedMalloc(bytes, "clone frames", "cloneNodeDoc"));
         if (bigger == nullptr) {
             errorAlloc("clone frames", static_cast<int64_t>(bytes));
             return false;
@@ -531,8 +528,7 @@ private:
     }
 
     void release() {
-        VQXML_TRACE(2, "VQXML free   - (cloneNodeDoc) addr: 0x%p", static_cast<void *>(frames_));
-        dbg_free(frames_);
+        vqxml::tracedFree(frames_, "cloneNodeDoc");
     }
 
     CloneFrame inline_[kInline];

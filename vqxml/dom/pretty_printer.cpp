@@ -18,6 +18,7 @@
 // next-sibling links, so any depth prints in constant stack; see
 // serializer.cpp for why the bytes equal those of a recursive writer.
 #include "vqxml/dom/printer.h"
+#include "vqxml/store/limits.h"
 #include "vqxml/store/node.h"
 
 namespace {
@@ -26,7 +27,7 @@ using vqxml::PrintTarget;
 
 constexpr int kElement = 1;
 constexpr int kText = 3;
-constexpr int64_t kMaxIndent = 63;
+using vqxml::kMaxIndent;
 constexpr char kBlanks[kMaxIndent + 1] =
     "                                                               ";
 static_assert(sizeof(kBlanks) == kMaxIndent + 1);

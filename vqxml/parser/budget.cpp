@@ -19,11 +19,6 @@
 #include "vqxml/parser/parser.h"
 
 namespace vqxml {
-namespace {
-
-constexpr int64_t kExpansionTooLarge = 1001945;
-
-}  // namespace
 
 ParseBudget *ParseBudget::active_ = nullptr;
 

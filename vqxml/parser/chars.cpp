@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "vqxml/model/trace.h"
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
 
@@ -74,9 +73,7 @@ extern "C" char *toUTF8(char *buffer, uint32_t code) {
 extern "C" char *newString(const char *text) {
     if (text == nullptr) text = "";
     const size_t n = std::strlen(text) + 1;
-    auto *copy = static_cast<char *>(dbg_malloc(n, "newString"));
-    VQXML_TRACE(2, "VQXML malloc - (newString) addr: 0x%p, (len: %d)", static_cast<void *>(copy),
-                static_cast<int>(n));
+    auto *copy = static_cast<char *>(vqxml::tracedMalloc(n, "newString", "newString"));
     if (copy != nullptr) std::memcpy(copy, text, n);
     return copy;
 }
@@ -88,7 +85,7 @@ extern "C" char *VQXML_checkName(const char *name) {
     const auto c0 = static_cast<unsigned char>(name[0]);
     if (c0 < 128 && !(chType[c0] & vqxml::kClassNameStart)) {
         std::snprintf(param, sizeof param, "0x%x", c0);
-        addVqXmlError(1001750, param);
+        addVqXmlError(vqxml::kBadNameStart, param);
         first = name;
     }
     if (c0 != 0) {
@@ -96,7 +93,7 @@ extern "C" char *VQXML_checkName(const char *name) {
             const auto c = static_cast<unsigned char>(*p);
             if (c < 128 && !(chType[c] & vqxml::kClassNameChar)) {
                 std::snprintf(param, sizeof param, "0x%x", c);
-                addVqXmlError(1001755, param);
+                addVqXmlError(vqxml::kBadNameCharacter, param);
                 if (first == nullptr) first = p;
             }
         }

@@ -23,7 +23,6 @@
 #include <cstring>
 
 #include "vqxml/dom/dom.h"
-#include "vqxml/model/trace.h"
 #include "vqxml/parser/chars.h"
 #include "vqxml/parser/parser.h"
 #include "vqxml/store/area.h"
@@ -32,6 +31,7 @@
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 
+using namespace vqxml::codes;
 using vqxml::ByteBuffer;
 using vqxml::HeapStack;
 using vqxml::liveHandle;
@@ -39,32 +39,6 @@ using vqxml::node;
 using vqxml::rec;
 
 namespace {
-
-// Parse messages raised here.
-constexpr int64_t kEndTagLess = 1001900;
-constexpr int64_t kEndTagSlash = 1001901;
-constexpr int64_t kEndTagIllegal = 1001902;
-constexpr int64_t kEndTagDifferent = 1001903;
-constexpr int64_t kEndTagGreater = 1001904;
-constexpr int64_t kSemicolonExpected = 1001906;
-constexpr int64_t kQuoteExpected = 1001907;
-constexpr int64_t kClosingQuoteExpected = 1001908;
-constexpr int64_t kEqualExpected = 1001909;
-constexpr int64_t kIllegalCharacter = 1001910;
-constexpr int64_t kCommentEnd = 1001912;
-constexpr int64_t kExpected = 1001913;
-constexpr int64_t kPeNameExpected = 1001935;
-constexpr int64_t kPeUndefined = 1001936;
-constexpr int64_t kPeIllegalHere = 1001937;
-constexpr int64_t kXmlTarget = 1001931;
-constexpr int64_t kLessInValue = 1001932;
-constexpr int64_t kUndeclaredEntity = 1001934;
-constexpr int64_t kExternalInValue = 1001938;
-constexpr int64_t kStartTagSyntax = 1001940;
-constexpr int64_t kUnexpectedEnd = 1001941;
-constexpr int64_t kEndTagMissing = 1001942;
-constexpr int64_t kIllegalSequence = 1001943;
-constexpr int64_t kNestedTooDeep = 1001944;
 
 // ---- byte classes for the direct scanners ---------------------------------
 
@@ -384,7 +358,7 @@ int getNextChCDATA(Source *s) {
         c = static_cast<unsigned char>(*s->cursor);
         if (c == 0) {
             s->current = 0;
-            if (s->awaited != 0) addParseError(s->line, 1939, nullptr);
+            if (s->awaited != 0) addParseError(s->line, kNotSameEntity, nullptr);
             return 0;
         }
     }
@@ -659,7 +633,7 @@ VQHANDLE comment(Source *s, ByteBuffer &buffer) {
     if (okCommentData(s)) gatherComment(s, run);
     for (const char *p = "-->"; *p != '\0'; ++p) {
         if (s->current != static_cast<unsigned char>(*p)) {
-            report(s, kCommentEnd, "");
+            report(s, kCommentEndMissing, "");
             return 0;
         }
         step(s);
@@ -681,7 +655,7 @@ VQHANDLE processingInstruction(Source *s, ByteBuffer &buffer) {
     const VQHANDLE target = nameDS(s, buffer);
     if (target == 0) return 0;
     if (isXmlTarget(vqxml::dsView(target))) {
-        addParseErrorDS(s, kXmlTarget, target);
+        addParseErrorDS(s, kReservedPiTarget, target);
         VQDOM_deleteDS(target);
         return 0;
     }
@@ -978,23 +952,23 @@ bool ContentParser::endTag(VQHANDLE el) {
         return false;
     };
     if (s_->current == 0) return fail(kEndTagMissing);
-    if (s_->current != '<') return fail(kEndTagLess);
+    if (s_->current != '<') return fail(kEndTagLessExpected);
     step(s_);
-    if (s_->current != '/') return fail(kEndTagSlash);
+    if (s_->current != '/') return fail(kEndTagSlashExpected);
     step(s_);
-    if (asciiNotNameStart(s_->current)) return fail(kEndTagIllegal);
+    if (asciiNotNameStart(s_->current)) return fail(kEndTagIllegalCharacter);
     const std::string_view endName = readName(s_, names_);
     if (endName != vqxml::dsView(name)) {
-        addParseErrorDS(s_, kEndTagDifferent, name);
+        addParseErrorDS(s_, kEndTagNameDifferent, name);
         parseSpace(s_, 0);
         if (s_->current == '>') {
             step(s_);
             return fail(0);
         }
-        return fail(kEndTagGreater);
+        return fail(kEndTagGreaterExpected);
     }
     parseSpace(s_, 0);
-    if (s_->current != '>') return fail(kEndTagGreater);
+    if (s_->current != '>') return fail(kEndTagGreaterExpected);
     step(s_);
     return true;
 }
@@ -1178,7 +1152,7 @@ void releaseStack(void *block) {
 void nestingTooDeep(Source *source) {
     char bound[16];
     std::snprintf(bound, sizeof bound, "%d", kMaxNesting);
-    addParseError(source->line, kNestedTooDeep, bound);
+    addParseError(source->line, kElementsTooDeep, bound);
 }
 
 Source *readingLevel(Source *source) {
@@ -1471,7 +1445,7 @@ extern "C" int parseSpace(Source *source, int required) {
         } while (isSpace(source->current));
         return 1;
     }
-    if (required) reportBare(source, 1001930);
+    if (required) reportBare(source, kSpaceExpected);
     return 0;
 }
 

@@ -12,6 +12,7 @@
 #include "vqxml/dom/dom.h"
 #include "vqxml/parser/source.h"
 #include "vqxml/store/error_list.h"
+#include "vqxml/store/limits.h"
 #include "vqxml/vqxml.h"
 
 // Token of the path tokenizer.
@@ -75,9 +76,7 @@ VQXML_API int parseIgnoreSectContents(Source *source);
 
 namespace vqxml {
 
-// Bound on the nesting of elements (and of content-model groups); deeper
-// input records 1001944 ("nested deeper than ... levels") and fails.
-constexpr int32_t kMaxNesting = 10000;
+// Deeper input than kMaxNesting records kElementsTooDeep and fails.
 void nestingTooDeep(Source *source);
 
 // The source level that reads the current character: the innermost

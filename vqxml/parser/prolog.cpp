@@ -16,7 +16,6 @@
 #include <cstring>
 
 #include "vqxml/dom/dom.h"
-#include "vqxml/model/trace.h"
 #include "vqxml/parser/chars.h"
 #include "vqxml/parser/parser.h"
 #include "vqxml/store/area.h"
@@ -25,6 +24,7 @@
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 
+using namespace vqxml::codes;
 using vqxml::ByteBuffer;
 using vqxml::liveHandle;
 using vqxml::node;
@@ -32,19 +32,6 @@ using vqxml::rec;
 
 namespace {
 
-constexpr int64_t kExpected = 1001913;
-constexpr int64_t kEqualAfterKeyword = 1001914;
-constexpr int64_t kLiteralCharacter = 1001916;
-constexpr int64_t kMixedSeparators = 1001917;
-constexpr int64_t kEnumerationExpected = 1001918;
-constexpr int64_t kEncodingCharacter = 1001919;
-constexpr int64_t kAttTypeExpected = 1001920;
-constexpr int64_t kParticleExpected = 1001922;
-constexpr int64_t kStringExpected = 1001925;
-constexpr int64_t kValueExpected = 1001926;
-constexpr int64_t kDeclarationExpected = 1001927;
-constexpr int64_t kCannotGetUrl = 1001933;
-constexpr int64_t kPeUndefined = 1001936;
 
 // Keyword tables: a word's result is its position, counting from 1.
 const char *const kExternalIdWords[] = {"SYSTEM", "PUBLIC", nullptr};
@@ -111,7 +98,7 @@ VQHANDLE literal(Source *s, int (*charClass)(int), const char *what, bool letter
         next(s);
     }
     if (!s->delimiterSeen) {
-        reportChar(s, kLiteralCharacter, cur(s));
+        reportChar(s, kLiteralUnterminated, cur(s));
         return 0;
     }
     s->delimiterSeen = 0;
@@ -124,9 +111,7 @@ VQHANDLE literal(Source *s, int (*charClass)(int), const char *what, bool letter
 // `doctype`.
 Source *literalSource(Source *parent, VQHANDLE value, VQHANDLE doctype) {
     const std::string_view v = vqxml::dsView(value);
-    auto *copy = static_cast<char *>(dbg_malloc(v.size() + 1, "allocSourceDS"));
-    VQXML_TRACE(2, "VQXML malloc - (allocSourceDS) addr: 0x%p, (len: %zu)", static_cast<void *>(copy),
-                v.size() + 1);
+    auto *copy = static_cast<char *>(vqxml::tracedMalloc(v.size() + 1, "allocSourceDS", "allocSourceDS"));
     if (copy == nullptr) {
         errorAlloc("allocSourceDS", static_cast<int64_t>(v.size() + 1));
         return nullptr;

@@ -13,7 +13,6 @@
 #include <cstring>
 
 #include "vqxml/dom/dom.h"
-#include "vqxml/model/trace.h"
 #include "vqxml/parser/chars.h"
 #include "vqxml/parser/parser.h"
 #include "vqxml/store/area.h"
@@ -23,25 +22,17 @@
 
 namespace {
 
+using namespace vqxml::codes;
 using vqxml::kClassNameStart;
 using vqxml::kClassSpace;
-
-// Parse message codes raised at this level.
-constexpr int64_t kNotSameEntity = 1939;  // bare on purpose: renders as "error 1939"
-constexpr int64_t kSemicolonExpected = 1001906;
-constexpr int64_t kNameStartIllegal = 1001911;
-constexpr int64_t kPeNameExpected = 1001935;
-constexpr int64_t kPeUndefined = 1001936;
-constexpr int64_t kExpansionTooLarge = 1001945;
-constexpr int64_t kNestedTooDeep = 1001946;
 
 // Bounds on entity expansion. Entity sources nest (the reader expands
 // references inside entity text recursively, and the DTD parser opens a
 // source per parameter-entity reference it meets), so an entity that names
 // itself, directly or through others, would never end, and one that names
 // others many times could multiply its text without limit. A source that
-// would pass either bound is refused: the nesting with 1001946, the bytes
-// of entity text read with 1001945, and the reader then reads the
+// would pass either bound is refused: the nesting with kEntitiesTooDeep, the
+// bytes of entity text read with kExpansionTooLarge, and the reader then reads the
 // reference as plain text. Every character of a nested source passes
 // through each enclosing source on its way to the parser, so a source's
 // text counts once for every level it is read through (its own and those
@@ -50,7 +41,7 @@ constexpr int64_t kNestedTooDeep = 1001946;
 // (so that many references, each below the bound, cannot add up to an
 // unbounded amount); outside a parse it starts again whenever no entity
 // source is open.
-constexpr int32_t kMaxOpenEntitySources = 64;
+using vqxml::kMaxOpenEntitySources;
 constexpr int64_t kMaxExpandedBytes = vqxml::kEntityTextBudget;
 int32_t openEntitySources = 0;
 int64_t expandedBytes = 0;
@@ -65,7 +56,7 @@ int64_t readingCost(int64_t textLength) { return textLength * (openEntitySources
 bool expansionAllowed(int32_t line, int64_t textLength) {
     int64_t code = 0, bound = 0;
     if (openEntitySources >= kMaxOpenEntitySources) {
-        code = kNestedTooDeep;
+        code = kEntitiesTooDeep;
         bound = kMaxOpenEntitySources;
     } else if (expandedBytes + readingCost(textLength) > kMaxExpandedBytes) {
         code = kExpansionTooLarge;
@@ -82,18 +73,10 @@ bool expansionAllowed(int32_t line, int64_t textLength) {
 // Text of a source that has none (external entities are never fetched).
 constexpr char kNoText[] = "";
 
-void freeTraced(void *block, const char *function) {
-    if (block == nullptr) return;
-    VQXML_TRACE(2, "VQXML free   - (%s) addr: 0x%p", function, block);
-    dbg_free(block);
-}
-
 // A cleared record: line 1, no text, no expansions. `function` names the
 // allocation in the trace.
 Source *newSourceRecord(const char *function) {
-    auto *s = static_cast<Source *>(dbg_malloc(sizeof(Source), "source"));
-    VQXML_TRACE(2, "VQXML malloc - (%s) addr: 0x%p, (len: %zu)", function,
-                static_cast<void *>(s), sizeof(Source));
+    auto *s = static_cast<Source *>(vqxml::tracedMalloc(sizeof(Source), "source", function));
     if (s == nullptr) {
         errorAlloc("Source", sizeof(Source));
         return nullptr;
@@ -171,7 +154,7 @@ int vqxml::readExpansionsBy(Source *s, int (*next)(Source *), const char *reader
         s->cursor = x->resume;
         unlinkExpansion(s, x);
         deleteSource(child);
-        freeTraced(x, reader);
+        vqxml::tracedFree(x, reader);
     }
 }
 
@@ -228,9 +211,7 @@ Source *charReferenceChild(Source *s, const char *position, const char **end) {
     for (int d; (d = digitValue(byteAt(p), base)) >= 0; ++p) value = value * base + static_cast<uint32_t>(d);
     *end = p;
 
-    auto *text = static_cast<char *>(dbg_malloc(2, "checkEntity_1"));
-    VQXML_TRACE(2, "VQXML malloc - (checkEntity) addr: 0x%p, (len: %zu)", static_cast<void *>(text),
-                size_t{2});
+    auto *text = static_cast<char *>(vqxml::tracedMalloc(2, "checkEntity_1", "checkEntity"));
     if (text == nullptr) {
         errorAlloc("checkEntity_1", 2);
         return nullptr;
@@ -334,9 +315,7 @@ bool entitySourceAllowed(int32_t line, VQHANDLE entity) {
 
 extern "C" char *dsToString(VQHANDLE ds) {
     const size_t size = static_cast<size_t>(VQDOM_lenDS(ds)) + 1;
-    auto *copy = static_cast<char *>(dbg_malloc(size, "dsToString"));
-    VQXML_TRACE(2, "VQXML malloc - (dsToString) addr: 0x%p, (len: %d)", static_cast<void *>(copy),
-                static_cast<int>(size));
+    auto *copy = static_cast<char *>(vqxml::tracedMalloc(size, "dsToString", "dsToString"));
     if (copy != nullptr) VQDOM_cpyDS(ds, copy, static_cast<int64_t>(size));
     return copy;
 }
@@ -347,9 +326,9 @@ extern "C" Source *allocSource(char *text, int ownsText, VQHANDLE document) {
     if (name == nullptr) {
         if (s != nullptr) {
             errorAlloc("Source", sizeof(Source));
-            freeTraced(s, "allocSource");
+            vqxml::tracedFree(s, "allocSource");
         }
-        if (ownsText) freeTraced(text, "allocSource");
+        if (ownsText) vqxml::tracedFree(text, "allocSource");
         return nullptr;
     }
     s->text = text;
@@ -430,14 +409,14 @@ extern "C" void deleteSource(Source *source) {
     for (Expansion *x = source->expansions; x != nullptr;) {
         Expansion *next = x->next;
         deleteSource(x->child);
-        freeTraced(x, "deleteSource");
+        vqxml::tracedFree(x, "deleteSource");
         x = next;
     }
     source->expansions = nullptr;
     if (source->entitySource && --openEntitySources == 0 && parseScopes == 0) expandedBytes = 0;
-    if (source->ownsText) freeTraced(source->text, "deleteSource");
-    freeTraced(source->name, "deleteSource");
-    freeTraced(source, "deleteSource");
+    if (source->ownsText) vqxml::tracedFree(source->text, "deleteSource");
+    vqxml::tracedFree(source->name, "deleteSource");
+    vqxml::tracedFree(source, "deleteSource");
 }
 
 extern "C" int getNextCh(Source *source) {
@@ -490,9 +469,7 @@ extern "C" Expansion *checkEntity(Source *source, const char *position) {
         deleteSource(child);
         return nullptr;
     }
-    auto *x = static_cast<Expansion *>(dbg_malloc(sizeof(Expansion), "checkEntity_2"));
-    VQXML_TRACE(2, "VQXML malloc - (checkEntity) addr: 0x%p, (len: %zu)", static_cast<void *>(x),
-                sizeof(Expansion));
+    auto *x = static_cast<Expansion *>(vqxml::tracedMalloc(sizeof(Expansion), "checkEntity_2", "checkEntity"));
     if (x == nullptr) {
         errorAlloc("checkEntity_2", sizeof(Expansion));
         deleteSource(child);

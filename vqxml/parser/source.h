@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "vqxml/store/limits.h"
 #include "vqxml/vqxml.h"
 
 struct Source;
@@ -55,20 +56,11 @@ namespace vqxml {
 // The budgets of one parse call for work that entity references multiply:
 // entity text read (through every level that passes it on) and bytes that
 // copies add to document areas (an allowance plus a share per input byte).
-// Fuzzing builds the same checks with small figures, so that a crafted
-// input costs milliseconds rather than seconds.
-#ifdef VQXML_FUZZ_LIMITS
-constexpr int64_t kEntityTextBudget = int64_t{1} << 20;
-constexpr int64_t kCopyAllowance = int64_t{1} << 20;
-#else
-constexpr int64_t kEntityTextBudget = int64_t{64} << 20;
-constexpr int64_t kCopyAllowance = int64_t{64} << 20;
-#endif
-constexpr int64_t kCopyPerInputByte = 64;
-
-// Entity sources open at once are bounded at 64 (1001946) and the bytes of
-// entity text they read at 64 MiB (1001945), a source's text counting once
-// for every level it is read through. While a scope lives (a parse call)
+// The figures are in limits.h.
+//
+// Entity sources open at once are bounded by kMaxOpenEntitySources and the
+// bytes of entity text they read by kEntityTextBudget, a source's text
+// counting once for every level it is read through. While a scope lives (a parse call)
 // the byte count is not reset between references.
 class EntityBudgetScope {
 public:

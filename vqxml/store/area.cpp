@@ -171,8 +171,7 @@ extern "C" int32_t newDocumentArea(int32_t number, uint32_t **outDocHandleField)
         return 0;
     }
     char *block = static_cast<char *>(dbg_malloc(kInitialAreaSize, "document area"));
-    VQXML_TRACE(1, "VQXML malloc - (newDocumentArea)     addr: 0x%p, (len: %d)",
-                static_cast<void *>(block), kInitialAreaSize);
+    traceMalloc(1, "newDocumentArea", block, kInitialAreaSize, 4);
     if (block == nullptr) {
         errorAlloc("DocumentArea", kInitialAreaSize);
         return 0;
@@ -348,8 +347,7 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
         S = D2 + 4 * H2 + 52;
     }
     if (S < 1 || S > kMaxAreaSize) {
-        VQXML_TRACE(1, "VQXML malloc - (reallocDocumentArea) addr: 0x%p, (len: %ld, old len: %d)",
-                    static_cast<void *>(nullptr), static_cast<long>(S), old->size);
+        traceRealloc(1, "reallocDocumentArea", nullptr, S, old->size);
         dontRealloc[number] = 1;
         errorAlloc("DocumentArea", S);
         return 0;
@@ -361,8 +359,7 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
     const auto oldAddress = reinterpret_cast<uintptr_t>(old);
     char *block = static_cast<char *>(
         growBlock(old, static_cast<size_t>(old->size), static_cast<size_t>(S), "document area"));
-    VQXML_TRACE(1, "VQXML malloc - (reallocDocumentArea) addr: 0x%p, (len: %ld, old len: %d)",
-                static_cast<void *>(block), static_cast<long>(S), head.size);
+    traceRealloc(1, "reallocDocumentArea", block, S, head.size);
     if (block == nullptr) {
         dontRealloc[number] = 1;
         errorAlloc("DocumentArea", S);
@@ -396,8 +393,7 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
         }
     }
 
-    VQXML_TRACE(1, "VQXML free   - (reallocDocumentArea) addr: 0x%p",
-                reinterpret_cast<void *>(oldAddress));
+    traceFree(1, "reallocDocumentArea", reinterpret_cast<void *>(oldAddress));
     return 1;
 }
 
@@ -427,8 +423,7 @@ extern "C" void changeHandle(VQHANDLE a, VQHANDLE b) {
 extern "C" void VQXML_deleteDocumentArea(VQHANDLE handle) {
     const uint32_t number = handle & 255;
     if (number == 0 || docHead[number] == nullptr) return;
-    VQXML_TRACE(1, "VQXML free   - (deleteDocumentArea)  addr: 0x%p",
-                static_cast<void *>(docHead[number]));
+    traceFree(1, "deleteDocumentArea", docHead[number], 1);
     dbg_free(docHead[number]);
     docHead[number] = nullptr;
 }
@@ -439,8 +434,7 @@ extern "C" void VQXML_deleteDocumentAreaRange(int32_t low, int32_t high) {
                 low, high);
     for (int32_t n = low; n <= high; ++n) {
         if (docHead[n] == nullptr) continue;
-        VQXML_TRACE(1, "VQXML free   - (deleteDocumentAreaRange)  addr: 0x%p",
-                    static_cast<void *>(docHead[n]));
+        traceFree(1, "deleteDocumentAreaRange", docHead[n], 1);
         dbg_free(docHead[n]);
         docHead[n] = nullptr;
     }
@@ -456,9 +450,8 @@ extern "C" int VQXML_documentLoaded(void *area) {
         if (const char *damage = checkAreaImage(a, blockBytes)) {
             char params[64];
             std::snprintf(params, sizeof params, "%s|", damage);
-            addVqXmlError(1001757, params);
-            VQXML_TRACE(2, "VQXML free   - (documentLoaded) addr: 0x%p", area);
-            dbg_free(area);
+            addVqXmlError(kBadAreaImage, params);
+            tracedFree(area, "documentLoaded");
             return 0;
         }
         docHead[a->doc] = a;
@@ -466,7 +459,6 @@ extern "C" int VQXML_documentLoaded(void *area) {
         a->data = static_cast<char *>(area) + 48 + 4 * int64_t{a->indexes};
         return 1;
     }
-    VQXML_TRACE(2, "VQXML free   - (documentLoaded) addr: 0x%p", area);
-    dbg_free(area);
+    tracedFree(area, "documentLoaded");
     return 0;
 }

@@ -44,8 +44,7 @@ void deleteMid(ErrorList &list) {
         ErrorRecord *gone = keepLast->next;
         keepLast->next = gone->next;
         if (list.lastError == &gone->next) list.lastError = &keepLast->next;
-        VQXML_TRACE(2, "VQXML free   - (deleteMid) addr: 0x%p", static_cast<void *>(gone));
-        dbg_free(gone);
+        tracedFree(gone, "deleteMid");
         --list.lenErrorList;
     }
 }
@@ -95,8 +94,7 @@ void addError(ErrorList &list, int64_t code, const char *params) {
 void deleteFirstError(ErrorList &list) {
     ErrorRecord *first = unlinkFirst(list);
     if (first == nullptr) return;
-    VQXML_TRACE(2, "VQXML free   - (deleteFirstError) addr: 0x%p", static_cast<void *>(first));
-    dbg_free(first);
+    tracedFree(first, "deleteFirstError");
 }
 
 // Removes the oldest record of a list, copying its text to `buffer`.
@@ -129,7 +127,7 @@ using namespace vqxml;
 extern "C" void checkDomError(void) {
     while (ErrorRecord *record = unlinkFirst(domList)) {
         deleteMid(mainList);
-        record->code += kDomCodeBase;
+        record->code = mainCode(static_cast<DomCode>(record->code));
         link(mainList, record);
     }
 }

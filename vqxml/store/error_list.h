@@ -1,10 +1,11 @@
-// error_list.h - the two error lists (DOM codes 1..15 and the main list
-// from 1001700 up) and the functions that record into them.
+// error_list.h - the two error lists (the DOM list and the main list; the
+// codes are named in codes.h) and the functions that record into them.
 #ifndef VQXML_STORE_ERROR_LIST_H
 #define VQXML_STORE_ERROR_LIST_H
 
 #include <cstdint>
 
+#include "vqxml/store/codes.h"
 #include "vqxml/vqxml.h"
 
 extern "C" {
@@ -23,35 +24,12 @@ VQXML_API void addVqXmlError(int64_t code, const char *params);
 // Joins three strings into a parameter text and records it.
 VQXML_API void addVqXmlError3(int64_t code, const char *p1, const char *p2,
                               const char *p3);
-// Moves every DOM record, oldest first, to the main list as code + 1001700.
+// Moves every DOM record, oldest first, to the main list (see mainCode).
 VQXML_API void checkDomError(void);
 
 }  // extern "C"
 
 namespace vqxml {
-
-// DOM error codes.
-enum DomCode : int32_t {
-    kIndexSizeErr = 1,
-    kDomstringSizeErr = 2,
-    kHierarchyRequestErr = 3,
-    kWrongDocumentErr = 4,
-    kInvalidCharacterErr = 5,
-    kNoDataAllowedErr = 6,
-    kNoModificationAllowedErr = 7,
-    kNotFoundErr = 8,
-    kNotSupportedErr = 9,
-    kInuseAttributeErr = 10,
-    kAllocErr = 11,
-    kNullPointerErr = 12,
-    kTooManyHandlesErr = 13,
-    kTooManyDocumentsErr = 14,
-    kTooManyNodesErr = 15,
-};
-
-constexpr int64_t kDomCodeBase = 1001700;
-constexpr int64_t kInvalidHandle = 1001748;
-constexpr int64_t kInvalidNodeType = 1001749;
 
 // Records a DOM code with a parameter text (may be null): sets
 // last_dom_err and appends to the DOM list.

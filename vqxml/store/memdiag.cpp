@@ -246,6 +246,36 @@ void *growBlock(void *old, size_t oldSize, size_t newSize, const char *label) {
     return block;
 }
 
+// ---- traced blocks ----------------------------------------------------------
+
+void traceMalloc(uint32_t level, const char *function, const void *block, int64_t length,
+                 int pad) {
+    VQXML_TRACE(level, "VQXML malloc - (%s)%*s addr: 0x%p, (len: %lld)", function, pad, "", block,
+                static_cast<long long>(length));
+}
+
+void traceRealloc(uint32_t level, const char *function, const void *block, int64_t length,
+                  int64_t oldLength) {
+    VQXML_TRACE(level, "VQXML malloc - (%s) addr: 0x%p, (len: %lld, old len: %lld)", function, block,
+                static_cast<long long>(length), static_cast<long long>(oldLength));
+}
+
+void traceFree(uint32_t level, const char *function, const void *block, int pad) {
+    VQXML_TRACE(level, "VQXML free   - (%s)%*s addr: 0x%p", function, pad, "", block);
+}
+
+void *tracedMalloc(size_t size, const char *label, const char *function, uint32_t level) {
+    void *block = dbg_malloc(size, label);
+    traceMalloc(level, function, block, static_cast<int64_t>(size));
+    return block;
+}
+
+void tracedFree(void *block, const char *function, uint32_t level) {
+    if (block == nullptr) return;
+    traceFree(level, function, block);
+    dbg_free(block);
+}
+
 }  // namespace vqxml
 
 extern "C" void *dbg_malloc(size_t size, const char *label) {

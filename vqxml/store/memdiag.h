@@ -49,6 +49,29 @@ int64_t trackedSize(const void *pointer);
 // Not exported from the shared library.
 void failAllocAt(int64_t n, bool sticky = false);
 
+// ---- traced blocks -------------------------------------------------------
+// Blocks whose taking and giving back show in the trace. Every trace line
+// about a heap block is written here, in one of these forms:
+//   "VQXML malloc - (function) addr: 0x<p>, (len: <n>)"
+//   "VQXML malloc - (function) addr: 0x<p>, (len: <n>, old len: <o>)"
+//   "VQXML free   - (function) addr: 0x<p>"
+// `function` names the caller in the line, `label` the block in the
+// accounting list; `pad` adds blanks between the ')' and "addr", where a
+// caller's lines have always been aligned that way. A taking is traced
+// whether or not it succeeded (a failure shows as a null address).
+
+// dbg_malloc with its trace line at `level`.
+void *tracedMalloc(size_t size, const char *label, const char *function, uint32_t level = 2);
+// dbg_free with its trace line at `level`; a null block is neither traced
+// nor freed.
+void tracedFree(void *block, const char *function, uint32_t level = 2);
+// The lines alone, for blocks taken or given back some other way.
+void traceMalloc(uint32_t level, const char *function, const void *block, int64_t length,
+                 int pad = 0);
+void traceRealloc(uint32_t level, const char *function, const void *block, int64_t length,
+                  int64_t oldLength);
+void traceFree(uint32_t level, const char *function, const void *block, int pad = 0);
+
 // Owner of a block taken with dbg_malloc.
 struct DbgFree {
     void operator()(void *p) const { dbg_free(p); }
