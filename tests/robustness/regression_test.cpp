@@ -25,8 +25,7 @@ using vqtest::str;
 namespace {
 
 std::vector<uint8_t> corpusFile(const std::string &target, const std::string &name) {
-    std::string path = __FILE__;
-    path = path.substr(0, path.rfind('/')) + "/../../fuzz/corpus/" + target + "/" + name;
+    const std::string path = std::string(VQXML_SOURCE_DIR) + "/fuzz/corpus/" + target + "/" + name;
     std::ifstream in(path, std::ios::binary);
     return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
