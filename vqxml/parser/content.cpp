@@ -352,6 +352,7 @@ int getNextChCDATA(Source *s) {
         s->current = 0;
         return 0;
     }
+    if (c == '\n') ++s->line;
     if (!direct(s)) {
         if (const int expanded = vqxml::readExpansionsBy(s, getNextChCDATA, "getNextChCDATA"); expanded != 0)
             return expanded;
@@ -363,7 +364,6 @@ int getNextChCDATA(Source *s) {
         }
     }
     ++s->cursor;
-    if (c == '\n') ++s->line;
     if (s->awaited != 0 && c == s->awaited) {
         s->delimiterSeen = 1;
         s->awaited = 0;
@@ -1091,16 +1091,6 @@ VQHANDLE characterReference(VQHANDLE doc, uint32_t value) {
     return reference;
 }
 
-// A source that has read its first character without expanding anything
-// reads it again with `doctype` in force, so that a reference at the very
-// start is expanded like every later one.
-void restartWithDoctype(Source *s, VQHANDLE doctype, int32_t line) {
-    s->doctype = doctype;
-    if (s->text != nullptr) s->cursor = s->text;
-    s->line = line;
-    getNextCh(s);
-}
-
 }  // namespace
 
 // ---- shared helpers ---------------------------------------------------------------------
@@ -1223,7 +1213,11 @@ extern "C" VQHANDLE VQXML_parseFragment(VQHANDLE document, const char *text) {
     const vqxml::ParseBudget budget(text);
     Source *s = allocSource(const_cast<char *>(text), 0, document);
     if (s == nullptr) return 0;
-    if (const VQHANDLE doctype = VQDOM_getDoctype(document); doctype != 0) restartWithDoctype(s, doctype, 1);
+    // The source has read its first character before the document type is
+    // in force, so a reference at the very start is not expanded by the
+    // reader: the content grammar reads it as it would in a document (a
+    // character reference then gives UTF-8, not a single byte).
+    s->doctype = VQDOM_getDoctype(document);
     VQHANDLE fragment = parseContent(s, 0);
     deleteSource(s);
     if (fragment != 0 && budget.memoryFailed()) {

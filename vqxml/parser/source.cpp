@@ -90,9 +90,9 @@ Source *newSourceRecord(const char *function) {
 inline unsigned byteAt(const char *p) { return static_cast<unsigned char>(*p); }
 inline bool asciiSpace(unsigned c) { return c < 128 && (chType[c] & kClassSpace); }
 
-// The character `c`, just read at this level, becomes the current one.
+// The character `c`, just read at this level, becomes the current one. A
+// LF has been counted already, by the byte test before the expansions.
 inline int takeChar(Source *s, unsigned c) {
-    if (c == '\n') ++s->line;
     if (s->awaited != 0 && c == s->awaited) {
         s->delimiterSeen = 1;
         s->awaited = 0;
@@ -426,13 +426,18 @@ extern "C" int getNextCh(Source *source) {
         source->current = 0;  // the cursor stays: end of input is sticky
         return 0;
     }
+    // A LF is counted when it is the byte at the cursor on entry, before any
+    // expansion is looked for. A LF that a finished reference uncovers
+    // below is therefore read without counting a line: entity texts and
+    // fragments number their lines this way, and callers' messages depend
+    // on it (like the lone CR below).
+    if (c == '\n') ++source->line;
     // (A silent check: this runs for every character at every level of a
     // nested expansion, and the parser set the doctype itself.)
     if (source->doctype != 0 && vqxml::liveHandle(source->doctype)) {
         if (const int expanded = readExpansions(source); expanded != 0) return expanded;
-        // A finished expansion may have moved the cursor. A LF found there
-        // still counts its line, since lines are counted as characters
-        // become current (takeChar).
+        // A finished expansion may have moved the cursor; a LF found there
+        // is not counted (see above).
         c = byteAt(source->cursor);
         if (c == 0) {
             // The text ended right behind a reference; the cursor stays on
