@@ -349,6 +349,41 @@ VQXML_API uint32_t VQXML_countNamedChildren(VQHANDLE parent,
 VQXML_API void VQXML_moveChildren(VQHANDLE to, VQHANDLE from);
 VQXML_API void VQXML_moveChildElems(VQHANDLE to, VQHANDLE from);
 
+/* ---- model descriptions ------------------------------------------------- */
+
+/* Predicates on a model item; 1 for true. Multiple and mandatory test only
+ * the first byte of OCCURENCE (one R) and USE against an upper-case 'M'.
+ * Enumerated and green-yellow-red compare the item's text (read into 32
+ * bytes) with "enumeration" and "gyr"; hasSubElements is 1 whenever that
+ * text is empty, also for an element without children. */
+VQXML_API int VQXML_isMultiple(VQHANDLE element);
+VQXML_API int VQXML_isMandatory(VQHANDLE element);
+VQXML_API int VQXML_isEnumerated(VQHANDLE element);
+VQXML_API int VQXML_isGreenYellowRed(VQHANDLE element);
+VQXML_API int VQXML_hasSubElements(VQHANDLE element);
+/* 0 when documents a and b carry the same values in their "PAR" sections
+ * as the model's "PAR" section describes them, else 1. A comment between
+ * model items makes every comparison report "different". */
+VQXML_API int VQXML_cmpParameters(VQHANDLE model, VQHANDLE a, VQHANDLE b);
+/* A new document: rootName with PID, MINTIME "10", VERS "1.0", TYPE
+ * "COLLECTED", a "PAR" section with items P1.. (DESC Parameter_1.., type
+ * "text") and a "DAT" section with D1.. (DESC Data_1..). 0 when the root
+ * name is no XML name or memory runs out (nothing is left behind). */
+VQXML_API VQHANDLE VQXML_createEmptyModel(int32_t parameterCount,
+                                          int32_t dataCount,
+                                          const char *rootName,
+                                          const char *pid);
+/* Empties the main error list, then records 1001807 for every pair of
+ * element children with the same tag name and 1001808 for every pair with
+ * the same DESC. 1 when anything was recorded. */
+VQXML_API int VQXML_checkDoubleTag(VQHANDLE element);
+/* Empties the main error list, records 1001756 for every '.' or '(' in the
+ * text and returns the first of them, or null. */
+VQXML_API char *VQXML_checkDesc(const char *text);
+/* Tag names of the element and its element ancestors, joined by '.'
+ * ("MODEL.PAR.P1"); the empty text and 0 for a node that is no element. */
+VQXML_API int32_t VQXML_getXmlPath(VQHANDLE node, char *buffer, int32_t size);
+
 #ifdef __cplusplus
 } /* extern "C" */
 

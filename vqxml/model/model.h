@@ -5,6 +5,7 @@
 #define VQXML_MODEL_MODEL_H
 
 #include <cstdint>
+#include <string_view>
 
 #include "vqxml/store/area.h"
 #include "vqxml/store/node.h"
@@ -21,6 +22,15 @@ VQXML_API void getDocName(VQHANDLE node, char *buffer, int32_t size);
 // 0 when the counted text equals the word without regard to case; a
 // different length gives 1.
 VQXML_API int mycmp(const char *word, const char *text, uint32_t length);
+
+// The first element child of parent whose DESC (its first 255 bytes) equals
+// desc; 0 when there is none or parent is invalid.
+VQXML_API VQHANDLE findDesc(VQHANDLE parent, const char *desc);
+// Writes the description path of the element (DESC values from the document
+// element down, joined by '.', "(k)" behind an element with k earlier
+// same-named element siblings) into a buffer of at least 255 bytes: its
+// first 253 bytes at most, always terminated. Returns the length.
+VQXML_API int32_t getDescPath(VQHANDLE element, char *buffer);
 
 }  // extern "C"
 
@@ -46,22 +56,43 @@ inline Node *chainNode(VQHANDLE h) {
     return liveNode(h);
 }
 
-// Calls visit(child, record) for the direct children of `parent` in
-// document order until it returns false; bounded by walkBudget. `visit` may
-// unlink the child it is given: the next link is read before the call.
-// The record pointer is valid only until the next allocation in the document.
+// Calls visit(handle, record) for `first` and the siblings that follow it
+// until visit returns false, the chain ends, or `budget` steps are taken.
+// `visit` may unlink the node it is given: the next link is read before the
+// call. A record pointer is valid only until the next allocation in its
+// document.
 template <typename Visit>
-void forEachChild(VQHANDLE parent, Visit &&visit) {
-    const Node *p = liveNode(parent);
-    if (p == nullptr || p->nodeType == VQXML_DOCUMENT_TYPE_NODE) return;
-    VQHANDLE h = p->firstChild;
-    for (int64_t budget = walkBudget(parent); budget > 0; --budget) {
+void forEachInChain(VQHANDLE first, int64_t budget, Visit &&visit) {
+    VQHANDLE h = first;
+    for (; budget > 0; --budget) {
         Node *n = chainNode(h);
         if (n == nullptr) return;
         const VQHANDLE next = n->nodeType == VQXML_ATTRIBUTE_NODE ? 0 : n->nextSibling;
         if (!visit(h, n)) return;
         h = next;
     }
+}
+
+// The same over the direct children of `parent` in document order, bounded
+// by walkBudget.
+template <typename Visit>
+void forEachChild(VQHANDLE parent, Visit &&visit) {
+    const Node *p = liveNode(parent);
+    if (p == nullptr || p->nodeType == VQXML_DOCUMENT_TYPE_NODE) return;
+    forEachInChain(p->firstChild, walkBudget(parent), visit);
+}
+
+// Models deeper than this compare as "different"; the walks that recurse
+// over a model's levels stop there.
+constexpr int32_t kMaxModelDepth = 1000;
+
+// Attribute values of a model item as read by the model layer (empty when
+// absent or when the handle is not an element). Views into the area: valid
+// until the next allocation in the document.
+std::string_view attributeView(VQHANDLE element, const char *name);
+// The item's DESC, at most its first 255 bytes.
+inline std::string_view descOf(VQHANDLE element) {
+    return attributeView(element, "DESC").substr(0, 255);
 }
 
 // The n-th (0-based) element child of `parent` for which match(record)
