@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "vqxml/model/model.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
 
@@ -26,9 +27,9 @@ using vqxml::forEachInChain;
 using vqxml::liveNode;
 using vqxml::walkBudget;
 
-constexpr int64_t kInvalidDescChar = 1001756;
-constexpr int64_t kTagDuplicated = 1001807;
-constexpr int64_t kDescDuplicated = 1001808;
+using vqxml::kBadDescCharacter;
+using vqxml::kDescDuplicated;
+using vqxml::kTagnameDuplicated;
 
 // Bytes for "%.*s": a view of an absent text has no address.
 const char *bytes(std::string_view v) { return v.data() != nullptr ? v.data() : ""; }
@@ -250,7 +251,7 @@ int VQXML_checkDoubleTag(VQHANDLE parent) {
             if (tagA == tagB) {
                 std::snprintf(params, sizeof params, "%.*s",
                               static_cast<int>(tagA.size() > 255 ? 255 : tagA.size()), bytes(tagA));
-                addVqXmlError(kTagDuplicated, params);
+                addVqXmlError(kTagnameDuplicated, params);
                 found = true;
             }
             if (descA == descOf(b)) {
@@ -277,7 +278,7 @@ char *VQXML_checkDesc(const char *text) {
         if (*p != '.' && *p != '(') continue;
         char params[16];
         std::snprintf(params, sizeof params, "0x%x", static_cast<unsigned char>(*p));
-        addVqXmlError(kInvalidDescChar, params);
+        addVqXmlError(kBadDescCharacter, params);
         if (first == nullptr) first = p;
     }
     return const_cast<char *>(first);
