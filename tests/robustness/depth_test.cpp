@@ -9,6 +9,7 @@
 #include "vqxml/dom/dom.h"
 #include "vqxml/dom/printer.h"
 #include "vqxml/store/dom_string.h"
+#include "vqxml/store/walk.h"
 
 using robust::liveAreas;
 using robust::print;

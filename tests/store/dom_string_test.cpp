@@ -8,6 +8,7 @@
 #include "support/test_util.h"
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
+#include "vqxml/store/walk.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 

@@ -1,6 +1,7 @@
 // node_test.cpp - node records: document creation and numbering, record
 // sizes and starting values, typed access, allocation failures, and the
-// searches over a tree (filtered lists, the declarations of a document type).
+// searches over a tree (filtered lists, the declarations of a document type)
+// and the bounded walks.
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 namespace {
 
@@ -232,6 +234,43 @@ TEST_F(NodeTest, FindItemCountsElementsInDocumentOrder) {
     VQHANDLE at = b3;
     for (int i = 0; i < 100000; ++i) at = add(at, VQXML_ELEMENT_NODE, "deep");
     EXPECT_EQ(item(100004, root), at);
+}
+
+TEST_F(NodeTest, WalksEndOnLinksThatLoop) {
+    // root(a(b("t"))) with the inner nodes elements or references, then one
+    // link bent into a loop: every walk ends, and says it ran out of steps.
+    const std::vector<void (*)(Node *a, Node *b, VQHANDLE ha)> damages = {
+        [](Node *a, Node *, VQHANDLE ha) { a->nextSibling = ha; },  // sibling chain
+        [](Node *a, Node *, VQHANDLE) { a->parentNode = a->firstChild; },  // climbing
+        [](Node *, Node *b, VQHANDLE ha) { b->firstChild = ha; },  // descending
+    };
+    for (int type : {VQXML_ELEMENT_NODE, VQXML_ENTITY_REFERENCE_NODE}) {
+        for (size_t d = 0; d < damages.size(); ++d) {
+            SCOPED_TRACE(testing::Message() << "type " << type << ", damage " << d);
+            const VQHANDLE root = add(doc, type, "root");
+            const VQHANDLE a = add(root, type, "a");
+            const VQHANDLE b = add(a, type, "b");
+            VQHANDLE t = add(b, VQXML_TEXT_NODE, nullptr);
+            vqxml::node(t)->nodeValue = ds(doc, "t");
+            VQHANDLE gathered = 0;
+            if (type == VQXML_ENTITY_REFERENCE_NODE) {
+                ASSERT_EQ(getAttChildValue(root, &gathered), 1);
+                EXPECT_EQ(str(gathered), "t");
+            }
+            damages[d](vqxml::node(a), vqxml::node(b), a);
+
+            vqxml::TreeWalk walk(root);
+            int64_t seen = 0;
+            for (VQHANDLE h = walk.first(); h != 0; h = walk.next(h, true)) ++seen;
+            EXPECT_TRUE(walk.tooManySteps());
+            EXPECT_LE(seen, 2 * vqxml::walkBudget(root));
+            EXPECT_EQ(getAttChildValue(root, &gathered), 0);
+            VQHANDLE list = createNodeList(root);
+            toPNodeList(list)->tagName = ds(doc, "*");
+            findItem(list, -1, root);
+            VQDOM_normalize(root);
+        }
+    }
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include "vqxml/store/limits.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 namespace vqxml {
 namespace {
@@ -100,37 +101,6 @@ VQHANDLE selectionItem(VQHANDLE list, uint32_t wanted) {
 constexpr uint32_t kNeverMatches = 0xffffffffu;
 
 // ---- attribute values ------------------------------------------------------
-
-// The next node of a pre-order walk below `root` that skips the subtree of
-// `cur`; 0 when the walk is done.
-VQHANDLE nextOutside(VQHANDLE cur, VQHANDLE root) {
-    while (cur != root) {
-        const Node *n = asNode(cur);
-        if (n == nullptr) return 0;
-        if (n->nextSibling != 0) return n->nextSibling;
-        cur = n->parentNode;
-    }
-    return 0;
-}
-
-// Calls visit(valueDS) for the text that makes up an attribute's value, in
-// order: its text children and, inside entity references at any depth,
-// theirs. Returns false when a child of another kind ends the walk early.
-// The walk follows parent links back up, so nesting depth costs no stack.
-template <typename Visit>
-bool forEachValueText(VQHANDLE attribute, Visit visit) {
-    VQHANDLE cur = asNode(attribute)->firstChild;
-    while (const Node *n = asNode(cur)) {
-        if (n->nodeType == VQXML_ENTITY_REFERENCE_NODE && n->firstChild != 0) {
-            cur = n->firstChild;
-            continue;
-        }
-        if (n->nodeType == VQXML_TEXT_NODE) visit(n->nodeValue);
-        else if (n->nodeType != VQXML_ENTITY_REFERENCE_NODE) return false;
-        cur = nextOutside(cur, attribute);
-    }
-    return true;
-}
 
 // Folds blanks in place: none in front, none behind, one for each run
 // inside. Only the space character folds; tabs and line breaks stay.
@@ -462,17 +432,23 @@ extern "C" int getNormalValue(VQHANDLE attribute, int cdata) {
     if (asNode(attribute) == nullptr) return 0;
     // Measured first and built in one block, so that a value made of many
     // pieces costs linear time.
+    // The text children of the attribute and, inside entity references at
+    // any depth, theirs.
+    const VQHANDLE first = asNode(attribute)->firstChild;
     size_t total = 0;
-    const bool complete =
-        forEachValueText(attribute, [&total](VQHANDLE v) { total += dsView(v).size(); });
+    const bool complete = forEachValueText(attribute, first, [&total](VQHANDLE v) {
+        total += dsView(v).size();
+        return true;
+    });
     const VQHANDLE value = allocDS(attribute, static_cast<int64_t>(total) + 1);
     if (value == 0) return 0;
     char *out = VQDOM_getBufferDS(value);
     char *const start = out;
-    forEachValueText(attribute, [&out](VQHANDLE v) {
+    forEachValueText(attribute, first, [&out](VQHANDLE v) {
         const std::string_view piece = dsView(v);
         std::memcpy(out, piece.data(), piece.size());
         out += piece.size();
+        return true;
     });
     *out = '\0';
     // A value cut short by a child of another kind is kept as gathered.

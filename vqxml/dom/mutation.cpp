@@ -21,6 +21,7 @@
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 namespace vqxml {
 namespace {
@@ -610,18 +611,6 @@ bool stepClone(CloneFrame &f, VQHANDLE targetDoc, CloneStack &stack, bool &pushF
 
 // ---- normalisation ---------------------------------------------------------
 
-// The next node of a pre-order walk below `root` that skips the subtree of
-// `cur`; 0 when the walk is done.
-VQHANDLE nextOutside(VQHANDLE cur, VQHANDLE root) {
-    while (cur != root) {
-        const Node *n = asNode(cur);
-        if (n == nullptr) return 0;
-        if (n->nextSibling != 0) return n->nextSibling;
-        cur = n->parentNode;
-    }
-    return 0;
-}
-
 bool isText(VQHANDLE h) { return typeOf(h) == VQXML_TEXT_NODE; }
 
 // Merges the run of text siblings that follows `text` into it. The whole
@@ -927,14 +916,11 @@ extern "C" int VQDOM_normalize(VQHANDLE root) {
     // recursive normalisation would), every other node is looked at once.
     // Attribute maps are not visited; CDATA sections, references and
     // comments break a text run.
-    VQHANDLE cur = r->firstChild;
-    while (const Node *n = asNode(cur)) {
-        if (n->nodeType == VQXML_ELEMENT_NODE && n->firstChild != 0) {
-            cur = n->firstChild;
-            continue;
-        }
-        if (n->nodeType == VQXML_TEXT_NODE) mergeRun(cur);
-        cur = nextOutside(cur, root);
+    TreeWalk walk(root);
+    for (VQHANDLE cur = walk.first(); cur != 0;) {
+        const int type = walk.at(cur)->nodeType;
+        if (type == VQXML_TEXT_NODE) mergeRun(cur);
+        cur = walk.next(cur, type == VQXML_ELEMENT_NODE);
     }
     return 0;
 }

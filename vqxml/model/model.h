@@ -9,6 +9,7 @@
 
 #include "vqxml/store/area.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 #include "vqxml/vqxml.h"
 
 extern "C" {
@@ -35,14 +36,6 @@ VQXML_API int32_t getDescPath(VQHANDLE element, char *buffer);
 }  // extern "C"
 
 namespace vqxml {
-
-// The most steps a walk over the nodes of the document of `h` may take: its
-// live-object count. A chain or tree that a damaged image or a caller fault
-// has linked into a loop ends after that many steps.
-inline int64_t walkBudget(VQHANDLE h) {
-    const DocArea *a = docHead[h & 255];
-    return a != nullptr && a->dbgHandles > 0 ? a->dbgHandles : 0;
-}
 
 // The next handle of a child chain, or 0 where the chain ends: at the null
 // handle, at a handle that is no longer valid (recorded as an invalid handle,

@@ -14,7 +14,6 @@
 
 #include "vqxml/store/area.h"
 #include "vqxml/store/error_list.h"
-#include "vqxml/store/node.h"
 
 namespace vqxml {
 namespace {
@@ -384,45 +383,4 @@ extern "C" int64_t VQDOM_cpyDS_ExpandRef(VQHANDLE ds, char *buffer, int64_t size
 extern "C" int64_t VQDOM_cpyDS_ExpandRef2(VQHANDLE ds, char *buffer, int64_t size) {
     char *cursor = buffer;
     return copyTerminatedAtEnd(ds, &cursor, size, kBackslashEscapes);
-}
-
-extern "C" int getAttChildValue(VQHANDLE start, VQHANDLE *valueDS) {
-    if (valueDS == nullptr) return 0;
-    // Text nodes add their value; entity references add their children's
-    // values in document order, walked without recursion.
-    VQHANDLE cur = start;
-    while (true) {
-        if (!liveHandle(cur)) return 0;
-        const Node *n = node(cur);
-        if (n->nodeType == VQXML_ENTITY_REFERENCE_NODE && liveHandle(n->firstChild)) {
-            cur = n->firstChild;
-            continue;
-        }
-        if (n->nodeType == VQXML_TEXT_NODE && n->nodeValue != 0) {
-            const VQHANDLE value = n->nodeValue;
-            if (*valueDS == 0) {
-                *valueDS = VQDOM_cloneDS(cur, value);
-                if (*valueDS == 0) return 0;
-            } else {
-                const int64_t want = VQDOM_lenDS(*valueDS) + VQDOM_lenDS(value);
-                VQDOM_appendDS2(*valueDS, value);
-                if (VQDOM_lenDS(*valueDS) != want) return 0;
-            }
-        } else if (n->nodeType != VQXML_TEXT_NODE &&
-                   n->nodeType != VQXML_ENTITY_REFERENCE_NODE) {
-            return 0;
-        }
-        // Next: a following sibling, or up until one exists, never above
-        // the node we started from.
-        while (true) {
-            if (cur == start) return 1;
-            const Node *c = node(cur);
-            if (liveHandle(c->nextSibling)) {
-                cur = c->nextSibling;
-                break;
-            }
-            cur = c->parentNode;
-            if (!liveHandle(cur)) return 1;
-        }
-    }
 }

@@ -23,8 +23,6 @@ VQXML_API int quotDS(VQHANDLE ds);
 VQXML_API int64_t cpyDS_quot(VQHANDLE ds, char **cursor, int64_t size);
 VQXML_API int64_t printDS_ExpandRef(VQHANDLE ds, char **cursor, int64_t size);
 VQXML_API int64_t printDS_ExpandRefAtt(VQHANDLE ds, char **cursor, int64_t size);
-// Gathers the text of an attribute's children into *valueDS.
-VQXML_API int getAttChildValue(VQHANDLE node, VQHANDLE *valueDS);
 
 }  // extern "C"
 

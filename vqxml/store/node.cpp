@@ -13,6 +13,7 @@
 
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
+#include "vqxml/store/walk.h"
 
 namespace vqxml {
 namespace {
@@ -154,18 +155,6 @@ VQHANDLE findAttDefIn(VQHANDLE doctype, Name elementName, Name attributeName) {
         if (!nameIs(list, elementName)) continue;
         for (VQHANDLE d = node(list)->firstChild; typedNode(d) != nullptr; d = node(d)->nextSibling)
             if (node(d)->nodeType == VQXML_ATT_DEF_NODE && nameIs(d, attributeName)) return d;
-    }
-    return 0;
-}
-
-// The next node after `cur` in a pre-order walk of the subtree below
-// `root` that does not enter `cur`'s children; 0 at the end of the subtree.
-VQHANDLE nextOutside(VQHANDLE cur, VQHANDLE root) {
-    while (cur != root) {
-        const Node *n = node(cur);
-        if (typedNode(n->nextSibling) != nullptr) return n->nextSibling;
-        cur = n->parentNode;
-        if (typedNode(cur) == nullptr) return 0;
     }
     return 0;
 }
@@ -333,24 +322,18 @@ extern "C" VQHANDLE findItem(VQHANDLE list, int64_t index, VQHANDLE root) {
     if (record == nullptr || typedNode(root) == nullptr || !liveHandle(record->tagName)) return 0;
     const std::string_view tag = dsView(record->tagName);
     const bool any = tag == "*";
-    VQHANDLE cur = node(root)->firstChild;
-    if (typedNode(cur) == nullptr) return 0;
-    while (cur != 0) {
+    // Only elements are entered; text, comments and references below the
+    // root never contribute.
+    TreeWalk walk(root);
+    for (VQHANDLE cur = walk.first(); cur != 0;) {
         const Node *n = node(cur);
-        if (n->nodeType == VQXML_ELEMENT_NODE) {
-            if (any || dsView(n->nodeName) == tag) {
-                NodeList *l = rec<NodeList>(list);
-                if (static_cast<int64_t>(l->count) == index) return cur;
-                ++l->count;
-            }
-            // Only elements are entered; text, comments and references
-            // below the root never contribute.
-            if (typedNode(n->firstChild) != nullptr) {
-                cur = n->firstChild;
-                continue;
-            }
+        const bool element = n->nodeType == VQXML_ELEMENT_NODE;
+        if (element && (any || dsView(n->nodeName) == tag)) {
+            NodeList *l = rec<NodeList>(list);
+            if (static_cast<int64_t>(l->count) == index) return cur;
+            ++l->count;
         }
-        cur = nextOutside(cur, root);
+        cur = walk.next(cur, element);
     }
     return 0;
 }
