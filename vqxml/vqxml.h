@@ -384,6 +384,62 @@ VQXML_API char *VQXML_checkDesc(const char *text);
  * ("MODEL.PAR.P1"); the empty text and 0 for a node that is no element. */
 VQXML_API int32_t VQXML_getXmlPath(VQHANDLE node, char *buffer, int32_t size);
 
+/* ---- queries and answers ------------------------------------------------- */
+
+/*
+ * Queries and answers are built from a model document and an entry list: a
+ * null-terminated array of entries, each a path, a NUL and the value, itself
+ * NUL-terminated ("Group(1).Size\0" "12"). A path is the DESC values of the
+ * model items from the section down, joined by '.'; every component but the
+ * last may carry a 0-based occurrence index "(n)" (at most 65535) for a
+ * multiple group. Values are checked and converted by their item's type
+ * while they are stored. The builders record every fault, go on with the
+ * next entry, and then hand back nothing when anything was recorded.
+ * A null entry list, or a model without the section, gives the null handle.
+ */
+/* A new query document; empties the main error list first. */
+VQXML_API VQHANDLE VQXML_createQuery(VQHANDLE model, const char **entries);
+/* A new answer: a copy of the query without indentation, the data under
+ * "DAT" and a TIMESTAMP "MM.DD.YYYY hh:mm:ss" (month first). Empties the main
+ * error list first; mandatory data are not checked. */
+VQXML_API VQHANDLE VQXML_createAnswer(VQHANDLE model, VQHANDLE query,
+                                      const char **entries);
+/* Append a new element for modelItem to parent (a Document stands for its
+ * "PAR" or "DAT" element), filled from entries relative to modelItem and
+ * checked for mandatory items; the element, or the null handle when anything
+ * failed (the element is then deleted). The error list is not emptied. */
+VQXML_API VQHANDLE VQXML_createSubQuery(VQHANDLE modelItem, const char **entries,
+                                        VQHANDLE parent);
+VQXML_API VQHANDLE VQXML_createSubAnswer(VQHANDLE modelItem, const char **entries,
+                                         VQHANDLE parent);
+/* The stored text of the index-th occurrence of the item at path: copies at
+ * most size bytes with the terminator, returns the full length; 0 (and the
+ * empty text) when the path is wrong. Path errors are recorded as parameter
+ * errors, also for data. */
+VQXML_API int32_t VQXML_getParValue(VQHANDLE model, VQHANDLE query, const char *path,
+                                    int32_t index, char *buffer, int32_t size);
+VQXML_API int32_t VQXML_getDatValue(VQHANDLE model, VQHANDLE answer, const char *path,
+                                    int32_t index, char *buffer, int32_t size);
+VQXML_API int32_t VQXML_getSubValue(VQHANDLE modelElement, VQHANDLE targetElement,
+                                    const char *path, int32_t index, char *buffer,
+                                    int32_t size);
+/* As VQXML_getSubValue, but a time shows as "YYYY.MM.DD hh:mm:ss" and a
+ * traffic light as "green", "yellow" or "red". */
+VQXML_API int32_t VQXML_getTypedSubValue(VQHANDLE modelElement, VQHANDLE targetElement,
+                                         const char *path, int32_t index, char *buffer,
+                                         int32_t size);
+/* The number of occurrences of the item at path. */
+VQXML_API int32_t VQXML_getParCount(VQHANDLE model, VQHANDLE query, const char *path);
+VQXML_API int32_t VQXML_getDatCount(VQHANDLE model, VQHANDLE answer, const char *path);
+/* The model item at a '.'-separated DESC path (no indices); a Document
+ * starts at its "PAR" (kind 0) or "DAT" element. */
+VQXML_API VQHANDLE VQXML_getSubModel(VQHANDLE node, int32_t kind, const char *descPath);
+/* The element of a query or answer (or below d) that corresponds to the
+ * model element m, its index-th occurrence at the last step. */
+VQXML_API VQHANDLE VQXML_getSub(VQHANDLE d, VQHANDLE m, int32_t index, int32_t kind);
+VQXML_API VQHANDLE VQXML_getSubQuery(VQHANDLE d, VQHANDLE m, int32_t index);
+VQXML_API VQHANDLE VQXML_getSubAnswer(VQHANDLE d, VQHANDLE m, int32_t index);
+
 #ifdef __cplusplus
 } /* extern "C" */
 

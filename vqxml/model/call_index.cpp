@@ -1,0 +1,270 @@
+// call_index.cpp - child lookups by tag name and by DESC for the query and
+// answer builders.
+//
+// A builder asks the same parents again and again: the model section for the
+// DESC of every entry, the new section for the occurrences of an item before
+// it stores one, every group for the occurrences of its children in the
+// mandatory check. Walking the children each time would make a build cost
+// entries times items. While a LookupScope lives, the first question about a
+// parent walks its children once and files them by name; later questions
+// are answered from the file, and the builder reports each element it
+// appends. Nothing but the builder changes the trees during its call, so the
+// file stays exact. When the index cannot get memory it is dropped and the
+// lookups walk, with the same answers.
+#include <cstring>
+#include <new>
+
+#include "vqxml/model/model.h"
+#include "vqxml/model/query.h"
+#include "vqxml/store/dom_string.h"
+#include "vqxml/store/memdiag.h"
+
+namespace vqxml {
+
+// ---- walking ----------------------------------------------------------------------
+
+// The same walk as the element lookup's, one step at a time.
+ElementChildren::ElementChildren(VQHANDLE parent) : cur_(0), left_(0) {
+    const Node *p = liveNode(parent);
+    if (p != nullptr && p->nodeType != VQXML_DOCUMENT_TYPE_NODE) {
+        cur_ = p->firstChild;
+        left_ = walkBudget(parent);
+    }
+}
+
+VQHANDLE ElementChildren::next() {
+    while (left_-- > 0) {
+        const Node *n = chainNode(cur_);
+        if (n == nullptr) break;
+        const VQHANDLE here = cur_;
+        cur_ = n->nodeType == VQXML_ATTRIBUTE_NODE ? 0 : n->nextSibling;
+        if (n->nodeType == VQXML_ELEMENT_NODE) return here;
+    }
+    left_ = 0;
+    return 0;
+}
+
+std::string_view tagOf(VQHANDLE element) {
+    const Node *n = liveNode(element);
+    return n != nullptr && n->nodeType == VQXML_ELEMENT_NODE ? dsView(n->nodeName)
+                                                              : std::string_view{};
+}
+
+namespace {
+
+// The DESC of an element as the model layer reads it: its first 255 bytes.
+std::string_view descOf(VQHANDLE element, char (&buffer)[256]) {
+    VQDOM_getAttributeStr(element, "DESC", buffer, sizeof buffer);
+    return buffer;
+}
+
+VQHANDLE walkNamed(VQHANDLE parent, std::string_view tag, long n) {
+    if (n < 0) return 0;
+    ElementChildren children(parent);
+    while (VQHANDLE c = children.next())
+        if (tagOf(c) == tag && n-- == 0) return c;
+    return 0;
+}
+
+VQHANDLE walkDesc(VQHANDLE parent, std::string_view desc) {
+    char buffer[256];
+    ElementChildren children(parent);
+    while (VQHANDLE c = children.next())
+        if (descOf(c, buffer) == desc) return c;
+    return 0;
+}
+
+// ---- the index ------------------------------------------------------------------------
+
+enum Kind : uint32_t { kTagsFiled = 1, kTag, kDescsFiled, kDesc };
+
+struct Slot {
+    uint64_t hash;       // 0 = empty
+    VQHANDLE parent;
+    uint32_t kind;
+    VQHANDLE first;      // kTag: first occurrence; kDesc: the item
+    uint32_t count;      // kTag: occurrences in `list`
+    uint32_t capacity;
+    VQHANDLE *list;      // kTag: every occurrence, in order
+};
+
+uint64_t hashOf(VQHANDLE parent, uint32_t kind, std::string_view name) {
+    uint64_t h = 14695981039346656037u ^ (uint64_t{parent} << 3 | kind);
+    h *= 1099511628211u;
+    for (unsigned char c : name) h = (h ^ c) * 1099511628211u;
+    h ^= h >> 33;
+    h *= 0xff51afd7ed558ccdu;
+    h ^= h >> 33;
+    return h | 1;
+}
+
+class Index {
+public:
+    ~Index() { drop(); }
+
+    bool broken() const { return broken_; }
+
+    VQHANDLE named(VQHANDLE parent, std::string_view tag, long n) {
+        if (!fileTags(parent)) return walkNamed(parent, tag, n);
+        const Slot *s = find(parent, kTag, tag);
+        if (s == nullptr || n < 0 || static_cast<uint64_t>(n) >= s->count) return 0;
+        return s->list[n];
+    }
+
+    VQHANDLE desc(VQHANDLE parent, std::string_view desc) {
+        if (!fileDescs(parent)) return walkDesc(parent, desc);
+        const Slot *s = find(parent, kDesc, desc);
+        return s != nullptr ? s->first : 0;
+    }
+
+    void appended(VQHANDLE parent, VQHANDLE child) {
+        if (broken_ || find(parent, kTagsFiled, {}) == nullptr) return;
+        fileTag(parent, child);
+    }
+
+private:
+    // Files every element child of parent by tag name, once.
+    bool fileTags(VQHANDLE parent) {
+        if (broken_) return false;
+        if (find(parent, kTagsFiled, {}) != nullptr) return true;
+        ElementChildren children(parent);
+        while (VQHANDLE c = children.next())
+            if (!fileTag(parent, c)) return false;
+        return insert(parent, kTagsFiled, {}, 0) != nullptr;
+    }
+
+    bool fileTag(VQHANDLE parent, VQHANDLE child) {
+        const std::string_view tag = tagOf(child);
+        Slot *s = find(parent, kTag, tag);
+        if (s == nullptr && (s = insert(parent, kTag, tag, child)) == nullptr) return false;
+        if (s->count == s->capacity) {
+            const uint32_t grown = s->capacity == 0 ? 4 : s->capacity * 2;
+            auto *list = static_cast<VQHANDLE *>(dbg_malloc(grown * sizeof(VQHANDLE), "lookupIndex"));
+            if (list == nullptr) return fail();
+            if (s->count != 0) std::memcpy(list, s->list, s->count * sizeof(VQHANDLE));
+            if (s->list != nullptr) dbg_free(s->list);
+            s->list = list;
+            s->capacity = grown;
+        }
+        s->list[s->count++] = child;
+        return true;
+    }
+
+    // Files every element child of parent by DESC (the first of equal ones).
+    bool fileDescs(VQHANDLE parent) {
+        if (broken_) return false;
+        if (find(parent, kDescsFiled, {}) != nullptr) return true;
+        char buffer[256];
+        ElementChildren children(parent);
+        while (VQHANDLE c = children.next()) {
+            const std::string_view d = descOf(c, buffer);
+            if (find(parent, kDesc, d) == nullptr && insert(parent, kDesc, d, c) == nullptr)
+                return false;
+        }
+        return insert(parent, kDescsFiled, {}, 0) != nullptr;
+    }
+
+    // A slot's name is read from its node, so the index holds no copies.
+    static bool sameName(const Slot &s, std::string_view name) {
+        if (s.kind == kTag) return tagOf(s.first) == name;
+        if (s.kind == kDesc) {
+            char buffer[256];
+            return descOf(s.first, buffer) == name;
+        }
+        return true;
+    }
+
+    Slot *find(VQHANDLE parent, uint32_t kind, std::string_view name) {
+        if (capacity_ == 0) return nullptr;
+        const uint64_t h = hashOf(parent, kind, name);
+        for (uint32_t i = static_cast<uint32_t>(h) & (capacity_ - 1);; i = (i + 1) & (capacity_ - 1)) {
+            Slot &s = slots_[i];
+            if (s.hash == 0) return nullptr;
+            if (s.hash == h && s.parent == parent && s.kind == kind && sameName(s, name)) return &s;
+        }
+    }
+
+    Slot *insert(VQHANDLE parent, uint32_t kind, std::string_view name, VQHANDLE first) {
+        if ((used_ + 1) * 2 > capacity_ && !grow()) {
+            fail();
+            return nullptr;
+        }
+        const uint64_t h = hashOf(parent, kind, name);
+        uint32_t i = static_cast<uint32_t>(h) & (capacity_ - 1);
+        while (slots_[i].hash != 0) i = (i + 1) & (capacity_ - 1);
+        slots_[i] = Slot{h, parent, kind, first, 0, 0, nullptr};
+        ++used_;
+        return &slots_[i];
+    }
+
+    bool grow() {
+        const uint32_t fresh = capacity_ == 0 ? 64 : capacity_ * 2;
+        auto *table = static_cast<Slot *>(dbg_malloc(sizeof(Slot) * fresh, "lookupIndex"));
+        if (table == nullptr) return false;
+        std::memset(static_cast<void *>(table), 0, sizeof(Slot) * fresh);
+        for (uint32_t i = 0; i < capacity_; ++i) {
+            if (slots_[i].hash == 0) continue;
+            uint32_t j = static_cast<uint32_t>(slots_[i].hash) & (fresh - 1);
+            while (table[j].hash != 0) j = (j + 1) & (fresh - 1);
+            table[j] = slots_[i];
+        }
+        if (slots_ != nullptr) dbg_free(slots_);
+        slots_ = table;
+        capacity_ = fresh;
+        return true;
+    }
+
+    // Out of memory: from now on every lookup walks.
+    bool fail() {
+        drop();
+        broken_ = true;
+        return false;
+    }
+
+    void drop() {
+        for (uint32_t i = 0; i < capacity_; ++i)
+            if (slots_[i].list != nullptr) dbg_free(slots_[i].list);
+        if (slots_ != nullptr) dbg_free(slots_);
+        slots_ = nullptr;
+        capacity_ = used_ = 0;
+    }
+
+    Slot *slots_ = nullptr;
+    uint32_t capacity_ = 0;
+    uint32_t used_ = 0;
+    bool broken_ = false;
+};
+
+Index *active = nullptr;
+int depth = 0;
+// The scope's index lives here rather than on the heap: no block to lose.
+alignas(Index) unsigned char storage[sizeof(Index)];
+
+}  // namespace
+
+LookupScope::LookupScope() {
+    if (depth++ == 0) active = new (storage) Index();
+}
+
+LookupScope::~LookupScope() {
+    if (--depth == 0) {
+        active->~Index();
+        active = nullptr;
+    }
+}
+
+VQHANDLE namedChild(VQHANDLE parent, std::string_view tag, long n) {
+    if (active == nullptr || liveNode(parent) == nullptr) return walkNamed(parent, tag, n);
+    return active->named(parent, tag, n);
+}
+
+VQHANDLE descChild(VQHANDLE parent, std::string_view desc) {
+    if (active == nullptr || liveNode(parent) == nullptr) return walkDesc(parent, desc);
+    return active->desc(parent, desc);
+}
+
+void noteAppended(VQHANDLE parent, VQHANDLE child) {
+    if (active != nullptr) active->appended(parent, child);
+}
+
+}  // namespace vqxml
