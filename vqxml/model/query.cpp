@@ -12,6 +12,7 @@
 
 #include "vqxml/model/model.h"
 #include "vqxml/model/query.h"
+#include "vqxml/store/limits.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
 
@@ -78,7 +79,7 @@ void recordNotMultiple(VQHANDLE item) {
     const size_t n = t.size() < 255 ? t.size() : 255;
     std::memcpy(tag, t.data(), n);
     tag[n] = '\0';
-    addVqXmlError(kNotMultiple, tag);
+    addVqXmlError(kOccurrenceNotMultiple, tag);
 }
 
 // The description path of a model element: the DESC of each element from
@@ -183,13 +184,13 @@ extern "C" const char *followPath(const char *path, VQHANDLE *model, VQHANDLE *t
         // An index beyond any sensible count is refused like a path that
         // names no item: creating that many elements would exhaust memory.
         if (item == 0 || (create && (n < 0 || n > kMaxOccurrence))) {
-            addVqXmlError(kIllegalItem + kind, path);
+            addVqXmlError(kIllegalParameter + kind, path);
             *errorFlag = 1;
             *model = 0;
             break;
         }
         if (n != 0 && !isMultipleItem(item)) {
-            addVqXmlError(kNotMultiple, path);
+            addVqXmlError(kOccurrenceNotMultiple, path);
             *errorFlag = 1;
             n = 0;
         }
@@ -218,10 +219,10 @@ extern "C" int appendParam(VQHANDLE item, VQHANDLE target, const char *last, int
     const Verdict verdict = checkValue(item, type, value, &stored);
     switch (verdict) {
     case Verdict::kAccepted: break;
-    case Verdict::kGroup: addVqXmlError(kSubelementRequired + kind, entry); break;
-    case Verdict::kNotNumber: addVqXmlError(kNumberRequired + kind, entry); break;
-    case Verdict::kNotInValues: addVqXmlError(kEnumIllegal + kind, entry); break;
-    case Verdict::kIllegalForType: addVqXmlError3(kIllegalForType + kind, entry, value, type); break;
+    case Verdict::kGroup: addVqXmlError(kGroupGivenValue + kind, entry); break;
+    case Verdict::kNotNumber: addVqXmlError(kParameterNotNumber + kind, entry); break;
+    case Verdict::kNotInValues: addVqXmlError(kNotInEnumeration + kind, entry); break;
+    case Verdict::kIllegalForType: addVqXmlError3(kParameterValueIllegal + kind, entry, value, type); break;
     case Verdict::kNoMemory: break;
     }
     const bool multiple = isMultipleItem(item);
@@ -243,7 +244,7 @@ extern "C" int appendParams(VQHANDLE modelSection, VQHANDLE target, const char *
         if (const VQHANDLE item = descChild(model, last)) {
             flag |= appendParam(item, t, last, kind, *entry);
         } else {
-            addVqXmlError(kIllegalItem + kind, last);
+            addVqXmlError(kIllegalParameter + kind, last);
             flag = 1;
         }
     }
@@ -268,7 +269,7 @@ extern "C" int checkMandatoryParams(VQHANDLE modelElement, VQHANDLE target, int3
         getDocName(c, name, sizeof name);
         char insert[512];
         std::snprintf(insert, sizeof insert, "%s|%s", path.text, name);
-        addVqXmlError(kMandatoryMissing + kind, insert);
+        addVqXmlError(kParameterMissing + kind, insert);
         result = 1;
     }
     return result;

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "vqxml/store/codes.h"
 #include "vqxml/vqxml.h"
 
 extern "C" {
@@ -41,20 +42,13 @@ namespace vqxml {
 constexpr int32_t kParameters = 0;
 constexpr int32_t kData = 1;
 
-// Message codes of the model layer.
-constexpr int64_t kIllegalItem = 1001801;       // + kind
-constexpr int64_t kNumberRequired = 1001803;    // + kind
-constexpr int64_t kMandatoryMissing = 1001805;  // + kind
-constexpr int64_t kNotMultiple = 1001809;
-constexpr int64_t kSubelementRequired = 1001811;  // + kind (pairing off by one)
-constexpr int64_t kEnumIllegal = 1001812;         // + kind (pairing off by one)
-constexpr int64_t kDescNotFound = 1001813;
-constexpr int64_t kSubelementMissing = 1001814;  // + kind
-constexpr int64_t kIllegalForType = 1001816;     // + kind
-
-// Largest occurrence index a path may ask for, so that one entry cannot make
-// the builder create elements without end.
-constexpr long kMaxOccurrence = 65535;
+// Codes recorded as base + kind. Two of them are paired off by one with
+// their wording, and callers match on the codes: a group given a value is
+// kDataNeedsSubelement for a parameter and kEnumerationValueIllegal for
+// data; a value outside an enumeration is kEnumerationValueIllegal for a
+// parameter and kDescNotInModel for data.
+constexpr int64_t kGroupGivenValue = kDataNeedsSubelement;
+constexpr int64_t kNotInEnumeration = kEnumerationValueIllegal;
 
 // ---- values by type ------------------------------------------------------------
 

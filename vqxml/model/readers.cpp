@@ -165,7 +165,7 @@ extern "C" VQHANDLE VQXML_getSubModel(VQHANDLE node, int32_t kind, const char *d
             char insert[640];
             std::snprintf(insert, sizeof insert, "%.*s|%s|", static_cast<int>(p + length - descPath),
                           descPath, name);
-            addVqXmlError(kDescNotFound, insert);
+            addVqXmlError(kDescNotInModel, insert);
             return 0;
         }
         cur = next;
@@ -196,7 +196,7 @@ extern "C" VQHANDLE VQXML_getSub(VQHANDLE d, VQHANDLE m, int32_t index, int32_t 
         if (cur == 0) {
             char insert[256];
             std::snprintf(insert, sizeof insert, "%.120s|%.120s|", rest, dPath);
-            addVqXmlError(kSubelementMissing + kind, insert);
+            addVqXmlError(kSubelementNotInQuery + kind, insert);
             return 0;
         }
         if (dot == nullptr) return cur;

@@ -5,7 +5,6 @@
 
 #include "vqxml/store/node.h"
 #include "vqxml/model/query.h"
-#include "vqxml/model/trace.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
@@ -75,9 +74,7 @@ bool inValues(VQHANDLE item, const char *value, bool *noMemory) {
     const Node *attr = liveNode(VQDOM_getAttributeNodeStr(item, "VALUES"));
     const std::string_view values = attr != nullptr ? dsView(attr->nodeValue) : std::string_view{};
     const size_t size = values.size() + 1;
-    auto *copy = static_cast<char *>(dbg_malloc(size, "checkEnumValue"));
-    VQXML_TRACE(2, "VQXML malloc - (checkEnumValue) addr: %p, (len: %d)", static_cast<void *>(copy),
-                static_cast<int>(size));
+    auto *copy = static_cast<char *>(tracedMalloc(size, "checkEnumValue", "checkEnumValue"));
     if (copy == nullptr) {
         errorAlloc("checkEnumValue", static_cast<int64_t>(size));
         *noMemory = true;
@@ -97,8 +94,7 @@ bool inValues(VQHANDLE item, const char *value, bool *noMemory) {
         word = end + 1;
         while (*word == ' ') ++word;
     }
-    VQXML_TRACE(2, "VQXML free   - (checkEnumValue) addr: %p", static_cast<void *>(copy));
-    dbg_free(copy);
+    tracedFree(copy, "checkEnumValue");
     return found;
 }
 

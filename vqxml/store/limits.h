@@ -40,6 +40,10 @@ constexpr int kMaxDefaultNesting = 32;
 // Blanks the pretty-printer indents by at most; deeper elements keep this.
 constexpr int64_t kMaxIndent = 63;
 
+// The largest occurrence index "(n)" a query or answer path may ask the
+// builder to create (kIllegalParameter / kIllegalData).
+constexpr long kMaxOccurrence = 65535;
+
 }  // namespace vqxml
 
 #endif  // VQXML_STORE_LIMITS_H
