@@ -52,12 +52,6 @@ std::string_view tagOf(VQHANDLE element) {
 
 namespace {
 
-// The DESC of an element as the model layer reads it: its first 255 bytes.
-std::string_view descOf(VQHANDLE element, char (&buffer)[256]) {
-    VQDOM_getAttributeStr(element, "DESC", buffer, sizeof buffer);
-    return buffer;
-}
-
 VQHANDLE walkNamed(VQHANDLE parent, std::string_view tag, long n) {
     if (n < 0) return 0;
     ElementChildren children(parent);
@@ -66,13 +60,7 @@ VQHANDLE walkNamed(VQHANDLE parent, std::string_view tag, long n) {
     return 0;
 }
 
-VQHANDLE walkDesc(VQHANDLE parent, std::string_view desc) {
-    char buffer[256];
-    ElementChildren children(parent);
-    while (VQHANDLE c = children.next())
-        if (descOf(c, buffer) == desc) return c;
-    return 0;
-}
+VQHANDLE walkDesc(VQHANDLE parent, const char *desc) { return findDesc(parent, desc); }
 
 // ---- the index ------------------------------------------------------------------------
 
@@ -111,7 +99,7 @@ public:
         return s->list[n];
     }
 
-    VQHANDLE desc(VQHANDLE parent, std::string_view desc) {
+    VQHANDLE desc(VQHANDLE parent, const char *desc) {
         if (!fileDescs(parent)) return walkDesc(parent, desc);
         const Slot *s = find(parent, kDesc, desc);
         return s != nullptr ? s->first : 0;
@@ -154,10 +142,9 @@ private:
     bool fileDescs(VQHANDLE parent) {
         if (broken_) return false;
         if (find(parent, kDescsFiled, {}) != nullptr) return true;
-        char buffer[256];
         ElementChildren children(parent);
         while (VQHANDLE c = children.next()) {
-            const std::string_view d = descOf(c, buffer);
+            const std::string_view d = descOf(c);
             if (find(parent, kDesc, d) == nullptr && insert(parent, kDesc, d, c) == nullptr)
                 return false;
         }
@@ -167,10 +154,7 @@ private:
     // A slot's name is read from its node, so the index holds no copies.
     static bool sameName(const Slot &s, std::string_view name) {
         if (s.kind == kTag) return tagOf(s.first) == name;
-        if (s.kind == kDesc) {
-            char buffer[256];
-            return descOf(s.first, buffer) == name;
-        }
+        if (s.kind == kDesc) return descOf(s.first) == name;
         return true;
     }
 
@@ -258,7 +242,7 @@ VQHANDLE namedChild(VQHANDLE parent, std::string_view tag, long n) {
     return active->named(parent, tag, n);
 }
 
-VQHANDLE descChild(VQHANDLE parent, std::string_view desc) {
+VQHANDLE descChild(VQHANDLE parent, const char *desc) {
     if (active == nullptr || liveNode(parent) == nullptr) return walkDesc(parent, desc);
     return active->desc(parent, desc);
 }

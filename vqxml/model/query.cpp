@@ -48,8 +48,6 @@ char firstByteOf(VQHANDLE element, const char *name) {
     return buffer[0];
 }
 
-bool isMultipleItem(VQHANDLE item) { return firstByteOf(item, "OCCURENCE") == 'M'; }
-
 bool hasElementChild(VQHANDLE element) { return ElementChildren(element).next() != 0; }
 
 // Appends a new element named `tag` (with a Text child holding `text`, if
@@ -80,41 +78,6 @@ void recordNotMultiple(VQHANDLE item) {
     std::memcpy(tag, t.data(), n);
     tag[n] = '\0';
     addVqXmlError(kOccurrenceNotMultiple, tag);
-}
-
-// The description path of a model element: the DESC of each element from
-// the document element down, joined by '.', with "(k)" behind a DESC whose
-// element has k earlier siblings of the same tag; at most 254 bytes.
-struct DescPath {
-    char text[255];
-    size_t length = 0;
-    void put(std::string_view s) {
-        for (char c : s)
-            if (length < 254) text[length++] = c;
-    }
-};
-
-void descPathOf(VQHANDLE element, DescPath &path, int depthLeft) {
-    const Node *e = elementNode(element);
-    if (e == nullptr) return;
-    const VQHANDLE parent = e->parentNode;
-    if (elementNode(parent) != nullptr && depthLeft > 0) {
-        descPathOf(parent, path, depthLeft - 1);
-        path.put(".");
-    }
-    long k = 0;
-    const std::string_view tag = tagOf(element);
-    ElementChildren siblings(parent);
-    for (VQHANDLE s = siblings.next(); s != 0 && s != element; s = siblings.next())
-        if (tagOf(s) == tag) ++k;
-    char desc[256];
-    VQDOM_getAttributeStr(element, "DESC", desc, sizeof desc);
-    path.put(desc);
-    if (k > 0) {
-        char index[24];
-        std::snprintf(index, sizeof index, "(%ld)", k);
-        path.put(index);
-    }
 }
 
 // Removes indentation from a document: below every element whose content
@@ -189,19 +152,20 @@ extern "C" const char *followPath(const char *path, VQHANDLE *model, VQHANDLE *t
             *model = 0;
             break;
         }
-        if (n != 0 && !isMultipleItem(item)) {
+        if (n != 0 && !VQXML_isMultiple(item)) {
             addVqXmlError(kOccurrenceNotMultiple, path);
             *errorFlag = 1;
             n = 0;
         }
-        const std::string_view tag = tagOf(item);
-        VQHANDLE found = namedChild(*target, tag, n);
+        // The tag is read afresh after each append: a target in the model's
+        // own document may move the area.
+        VQHANDLE found = namedChild(*target, tagOf(item), n);
         while (create && found == 0) {
-            if (appendElement(*target, tag, nullptr) == 0) {
+            if (appendElement(*target, tagOf(item), nullptr) == 0) {
                 *errorFlag = 1;
                 break;
             }
-            found = namedChild(*target, tag, n);
+            found = namedChild(*target, tagOf(item), n);
         }
         *model = item;
         *target = found;
@@ -225,7 +189,7 @@ extern "C" int appendParam(VQHANDLE item, VQHANDLE target, const char *last, int
     case Verdict::kIllegalForType: addVqXmlError3(kParameterValueIllegal + kind, entry, value, type); break;
     case Verdict::kNoMemory: break;
     }
-    const bool multiple = isMultipleItem(item);
+    const bool multiple = VQXML_isMultiple(item);
     const bool present = !multiple && hasNamedChild(target, tagOf(item));
     if (present) recordNotMultiple(item);
     if (verdict != Verdict::kAccepted || present) return 1;
@@ -262,13 +226,12 @@ extern "C" int checkMandatoryParams(VQHANDLE modelElement, VQHANDLE target, int3
         if (k != 0 || hasElementChild(c)) continue;
         const char use = firstByteOf(c, "USE");
         if (use != 'M' && use != 'm') continue;
-        DescPath path;
-        descPathOf(c, path, 10000);
-        path.text[path.length] = '\0';
+        char path[256];
+        getDescPath(c, path);
         char name[256];
         getDocName(c, name, sizeof name);
         char insert[512];
-        std::snprintf(insert, sizeof insert, "%s|%s", path.text, name);
+        std::snprintf(insert, sizeof insert, "%s|%s", path, name);
         addVqXmlError(kParameterMissing + kind, insert);
         result = 1;
     }

@@ -96,7 +96,7 @@ inline bool hasNamedChild(VQHANDLE parent, std::string_view tag) {
 }
 // The first element child of parent whose DESC (its first 255 bytes) is
 // `desc`, or 0.
-VQHANDLE descChild(VQHANDLE parent, std::string_view desc);
+VQHANDLE descChild(VQHANDLE parent, const char *desc);
 // Tells the index that `child` was appended as the last child of `parent`.
 void noteAppended(VQHANDLE parent, VQHANDLE child);
 

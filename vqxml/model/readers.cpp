@@ -46,30 +46,6 @@ bool locate(VQHANDLE m, VQHANDLE t, const char *path, int32_t index, VQHANDLE *i
     return true;
 }
 
-// The XML path of an element: the tag names from the document element down,
-// joined by '.', assembled from the end of the buffer so that names nearest
-// the document element are the ones cut when it is too small.
-int32_t xmlPathOf(VQHANDLE node, char *buffer, int32_t size) {
-    if (buffer == nullptr || size <= 0) return 0;
-    buffer[0] = '\0';
-    if (!isElement(node)) return 0;
-    char *const end = buffer + size - 1;
-    *end = '\0';
-    char *p = end;
-    int64_t budget = walkBudget(node);
-    for (VQHANDLE h = node; isElement(h) && budget-- > 0; h = liveNode(h)->parentNode) {
-        const std::string_view tag = tagOf(h);
-        const size_t n = tag.size() < static_cast<size_t>(p - buffer) ? tag.size() : p - buffer;
-        p -= n;
-        std::memcpy(p, tag.data() + tag.size() - n, n);
-        if (p - buffer > 1) *--p = '.';
-    }
-    if (*p == '.') ++p;
-    const int32_t length = static_cast<int32_t>(end - p);
-    std::memmove(buffer, p, static_cast<size_t>(length) + 1);
-    return length;
-}
-
 int32_t countOf(VQHANDLE model, VQHANDLE document, const char *path, int32_t kind) {
     if (path == nullptr) return 0;
     VQHANDLE m = sectionOf(model, kind), t = sectionOf(document, kind);
@@ -179,8 +155,8 @@ extern "C" VQHANDLE VQXML_getSub(VQHANDLE d, VQHANDLE m, int32_t index, int32_t 
     const VQHANDLE start = isDocument(d) ? ElementChildren(d).next() : d;
     if (liveNode(start) == nullptr) return 0;
     char mPath[256], dPath[256];
-    xmlPathOf(m, mPath, sizeof mPath);
-    xmlPathOf(start, dPath, sizeof dPath);
+    VQXML_getXmlPath(m, mPath, sizeof mPath);
+    VQXML_getXmlPath(start, dPath, sizeof dPath);
     size_t common = 0;
     while (mPath[common] != '\0' && mPath[common] == dPath[common]) ++common;
     const char *rest = mPath + common;

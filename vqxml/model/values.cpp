@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "vqxml/store/node.h"
+#include "vqxml/model/model.h"
 #include "vqxml/model/query.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
@@ -71,8 +72,7 @@ const char *toStoredTime(const char *value) {
 // The VALUES of an enumeration are words separated by one or more blanks; a
 // leading blank makes an empty first word, and no VALUES hold no word.
 bool inValues(VQHANDLE item, const char *value, bool *noMemory) {
-    const Node *attr = liveNode(VQDOM_getAttributeNodeStr(item, "VALUES"));
-    const std::string_view values = attr != nullptr ? dsView(attr->nodeValue) : std::string_view{};
+    const std::string_view values = attributeView(item, "VALUES");
     const size_t size = values.size() + 1;
     auto *copy = static_cast<char *>(tracedMalloc(size, "checkEnumValue", "checkEnumValue"));
     if (copy == nullptr) {
