@@ -440,6 +440,25 @@ VQXML_API VQHANDLE VQXML_getSub(VQHANDLE d, VQHANDLE m, int32_t index, int32_t k
 VQXML_API VQHANDLE VQXML_getSubQuery(VQHANDLE d, VQHANDLE m, int32_t index);
 VQXML_API VQHANDLE VQXML_getSubAnswer(VQHANDLE d, VQHANDLE m, int32_t index);
 
+/* ---- beautifying ---------------------------------------------------------- */
+
+/* Indents an element's subtree in place with Text nodes of CR LF and
+ * blanks: two more per level below level 59, the parent's level from 59 on,
+ * at most 62 blanks. Elements with mixed content (any child other than an
+ * element or a comment) are left as they are, with their subtree. */
+VQXML_API void VQXML_beautifyElement(VQHANDLE element, int32_t level);
+/* The document element from level 0. */
+VQXML_API void VQXML_beautifyDocument(VQHANDLE document);
+/* Deletes the Text children of every element in the subtree that holds no
+ * CDATA section and no text other than blanks, tabs and line ends. */
+VQXML_API void VQXML_unBeautifyElement(VQHANDLE element);
+VQXML_API void VQXML_unBeautifyDocument(VQHANDLE document);
+/* Removes the indentation text from the node's subtree (the tree changes),
+ * then prints it indented; returns the full length needed, 0 for an
+ * invalid node. */
+VQXML_API int32_t VQXML_printBeautifyNode(VQHANDLE node, char *buffer,
+                                          int32_t size);
+
 #ifdef __cplusplus
 } /* extern "C" */
 

@@ -228,3 +228,24 @@ TEST_F(LibraryTest, WorkInAFullAreaFailsCleanly) {
     EXPECT_GT(failed, rounds / 2);
     EXPECT_LT(failed, rounds);
 }
+
+// An empty model is whole or not there at all; indenting it and taking the
+// indentation out again may stop anywhere but leaks nothing.
+TEST_F(LibraryTest, EmptyModelIsWholeOrAbsent) {
+    sweep(true, [] {}, [] {
+        Outcome out{"", true, {}};
+        for (const int items : {1, 40, 150, 300}) {
+            const VQHANDLE model = VQXML_createEmptyModel(items, items, "MODEL", "4711");
+            if (model != 0) {
+                EXPECT_EQ(VQXML_countSubElements(model), 2u * items + 3);
+            }
+            out.text += print(model);
+            out.made = out.made && model != 0;
+            VQXML_beautifyDocument(model);
+            VQXML_unBeautifyDocument(model);
+            VQXML_deleteDocumentArea(model);
+        }
+        out.errors = vqtest::drainErrors();
+        return out;
+    });
+}

@@ -32,6 +32,10 @@ VQXML_API VQHANDLE findDesc(VQHANDLE parent, const char *desc);
 // same-named element siblings) into a buffer of at least 255 bytes: its
 // first 253 bytes at most, always terminated. Returns the length.
 VQXML_API int32_t getDescPath(VQHANDLE element, char *buffer);
+// Appends to every element with children in the subtree, mixed content
+// included, one last Text child of CR LF and the children's indentation
+// (an empty one when that is 0); nothing goes before the children.
+VQXML_API void beautifyElement2(VQHANDLE node, int32_t level);
 
 }  // extern "C"
 
