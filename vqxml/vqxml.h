@@ -304,6 +304,52 @@ VQXML_API VQHANDLE VQDOM_getPublicID(VQHANDLE node);
 VQXML_API VQHANDLE VQDOM_getSystemID(VQHANDLE node);
 VQXML_API VQHANDLE VQDOM_getNotationName(VQHANDLE entity);
 
+/*
+ * Definitions at run time. Names and texts are NUL-terminated strings; a
+ * definition text is read as the part of a declaration behind the name(s):
+ * a content specification ("EMPTY", "(a|b)*", ...) or an attribute type
+ * and default declaration ("(red|green) 'red'", "CDATA #IMPLIED", ...).
+ * Faults in the text are recorded as parse messages (line 1 = the text's
+ * first line). Each call returns 1 on success and 0, leaving the document
+ * as it was, on failure, with one exception: a failed VQDOM_createAttListDef
+ * also deletes the element's attribute-list declaration when that holds no
+ * definition.
+ *
+ * VQDOM_enumAttValues: a new DS (yours) with the allowed values of an
+ * enumerated attribute separated by '|', empty for other types; 0 when
+ * there is no such definition.
+ * VQDOM_createElementDef: declares an element; text after the content
+ * specification is not read. 0 when the element is declared already.
+ * VQDOM_createAttListDef: adds an attribute definition to the element's
+ * existing attribute-list declaration (0 without one, or when the
+ * attribute is defined already); every element of that name in the
+ * document gets the default, unspecified, in place of an attribute of that
+ * name it had.
+ * VQDOM_deleteElementDef: removes the element's declarations and its
+ * attribute-list declarations; 0 while an element of that name is in the
+ * document, or when there was nothing to delete.
+ * VQDOM_deleteAttListDef: removes an attribute definition (its declaration
+ * too when it was the last) and the attribute from every element of that
+ * name. Refused while an element of that name carries the attribute as
+ * specified, where that element is among the document's children or nested
+ * in elements of the same name only; elements found deeper lose theirs.
+ */
+VQXML_API VQHANDLE VQDOM_enumAttValues(VQHANDLE doctype,
+                                       const char *elementName,
+                                       const char *attributeName);
+VQXML_API int VQDOM_createElementDef(VQHANDLE doctype,
+                                     const char *elementName,
+                                     const char *contentText);
+VQXML_API int VQDOM_createAttListDef(VQHANDLE doctype,
+                                     const char *elementName,
+                                     const char *attributeName,
+                                     const char *definitionText);
+VQXML_API int VQDOM_deleteElementDef(VQHANDLE doctype,
+                                     const char *elementName);
+VQXML_API int VQDOM_deleteAttListDef(VQHANDLE doctype,
+                                     const char *elementName,
+                                     const char *attributeName);
+
 /* ---- parsing ------------------------------------------------------------ */
 
 /* A new Document, or 0 with the messages on the main error list. */

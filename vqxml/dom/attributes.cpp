@@ -143,8 +143,10 @@ namespace vqxml {
 namespace {
 
 // Enters a node into a map; `lookup` false skips the search for a node of
-// the same name, for callers that know there is none.
-VQHANDLE setNamedItem(VQHANDLE map, VQHANDLE h, bool lookup) {
+// the same name, for callers that know there is none. `taken` is a map item
+// the caller has allocated already (0: one is allocated here); a refused
+// node leaves it to the caller.
+VQHANDLE setNamedItem(VQHANDLE map, VQHANDLE h, bool lookup, VQHANDLE taken = 0) {
     if (!validHandle(map) || !validHandle(h) || aux<NamedNodeMap>(map) == nullptr ||
         asNode(h) == nullptr) {
         VQDOM_deleteNode(h);
@@ -174,7 +176,7 @@ VQHANDLE setNamedItem(VQHANDLE map, VQHANDLE h, bool lookup) {
     }
     if (n->containingMap != 0) leaveOldMap(h);
     const VQHANDLE displaced = lookup ? nodeOfItem(itemNamedDS(map, asNode(h)->nodeName)) : 0;
-    const VQHANDLE it = myAlloc(h, sizeof(ListItem));
+    const VQHANDLE it = taken != 0 ? taken : myAlloc(h, sizeof(ListItem));
     if (it == 0) {
         VQDOM_deleteNode(h);
         return 0;
@@ -199,6 +201,13 @@ VQHANDLE setNamedItem(VQHANDLE map, VQHANDLE h, bool lookup) {
 VQHANDLE appendAbsentAttribute(VQHANDLE element, VQHANDLE attribute) {
     const VQHANDLE map = validHandle(element) ? attributeMapOf(element) : 0;
     return setNamedItem(map, attribute, false);
+}
+
+VQHANDLE takeMapItem(VQHANDLE document) { return myAlloc(document, sizeof(ListItem)); }
+
+VQHANDLE setAttributeNodeWith(VQHANDLE element, VQHANDLE attribute, VQHANDLE item) {
+    const VQHANDLE map = validHandle(element) ? attributeMapOf(element) : 0;
+    return setNamedItem(map, attribute, true, item);
 }
 
 }  // namespace vqxml
@@ -409,23 +418,28 @@ extern "C" void addDefaultAttributes(VQHANDLE element) {
     --defaultNesting;
 }
 
-extern "C" void setDefaultAttribute(VQHANDLE element, VQHANDLE definition) {
+VQHANDLE vqxml::defaultAttributeOf(VQHANDLE definition) {
     const AttDef *d = asType<AttDef>(definition, VQXML_ATT_DEF_NODE);
-    if (d == nullptr) return;
+    if (d == nullptr) return 0;
     const int cdata = d->attType == 3 ? 1 : 0;
     // The default is item 0 of the definition's own map; #REQUIRED and
     // #IMPLIED definitions without a value have none.
     const VQHANDLE declared = VQDOM_itemMap(d->node.attributes, 0);
-    if (asType<Attr>(declared, VQXML_ATTRIBUTE_NODE) == nullptr) return;
+    if (asType<Attr>(declared, VQXML_ATTRIBUTE_NODE) == nullptr) return 0;
     const VQHANDLE attr = VQDOM_cloneNode(declared, 1);
-    if (asType<Attr>(attr, VQXML_ATTRIBUTE_NODE) == nullptr) return;
+    if (asType<Attr>(attr, VQXML_ATTRIBUTE_NODE) == nullptr) return 0;
     // A clone carries the default's children but never its value string,
     // and a defaulted attribute must read its declared default: the value
     // is computed from the cloned children, folded as the declared type
     // asks.
     getNormalValue(attr, cdata);
     asType<Attr>(attr, VQXML_ATTRIBUTE_NODE)->specified = 0;
-    VQDOM_deleteNode(VQDOM_setAttributeNode(element, attr));
+    return attr;
+}
+
+extern "C" void setDefaultAttribute(VQHANDLE element, VQHANDLE definition) {
+    const VQHANDLE attr = vqxml::defaultAttributeOf(definition);
+    if (attr != 0) VQDOM_deleteNode(VQDOM_setAttributeNode(element, attr));
 }
 
 extern "C" int getNormalValue(VQHANDLE attribute, int cdata) {

@@ -32,6 +32,18 @@ VQXML_API void setDefaultAttribute(VQHANDLE element, VQHANDLE definition);
 // Computes an attribute's value from its children; cdata 0 folds blanks.
 VQXML_API int getNormalValue(VQHANDLE attribute, int cdata);
 
+// Definitions changed at run time (dtd.cpp). changeAttDef brings `element`
+// and every element below it named `elementName` in line with a definition:
+// with `add` each gets the definition's default (displacing an attribute of
+// that name), else loses its attribute of that name. checkSpecifiedAtt
+// answers 1 when an element named `elementName` among the children of
+// `node`, or below such an element through elements of that name only,
+// carries the attribute as specified.
+VQXML_API void changeAttDef(VQHANDLE element, const char *elementName,
+                            VQHANDLE definition, int add);
+VQXML_API int checkSpecifiedAtt(VQHANDLE node, const char *elementName,
+                                const char *attributeName);
+
 }  // extern "C"
 
 #include "vqxml/store/node.h"  // vqxml::liveNode
@@ -63,6 +75,17 @@ inline T *aux(VQHANDLE h) {
 // VQDOM_setAttributeNode for an attribute whose name the caller knows is not
 // in the element's map yet: the same result without searching the map.
 VQHANDLE appendAbsentAttribute(VQHANDLE element, VQHANDLE attribute);
+
+// The two halves of setDefaultAttribute, for callers that must make every
+// copy before they link any: a new unlinked, unspecified copy of the
+// definition's default with its value computed (0 when the definition has
+// no default or memory ran out), and the linking with a map item taken
+// beforehand by takeMapItem (which then cannot fail for want of memory;
+// returns the attribute displaced, as VQDOM_setAttributeNode does). A
+// refused attribute is deleted and leaves the item to the caller.
+VQHANDLE defaultAttributeOf(VQHANDLE definition);
+VQHANDLE takeMapItem(VQHANDLE document);
+VQHANDLE setAttributeNodeWith(VQHANDLE element, VQHANDLE attribute, VQHANDLE item);
 
 // VQDOM_createElement without its final step, the default attributes.
 VQHANDLE createElementBare(VQHANDLE doc, VQHANDLE name);
