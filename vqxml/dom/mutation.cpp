@@ -918,7 +918,7 @@ extern "C" int VQDOM_normalize(VQHANDLE root) {
     // comments break a text run.
     TreeWalk walk(root);
     for (VQHANDLE cur = walk.first(); cur != 0;) {
-        const int type = walk.at(cur)->nodeType;
+        const int type = node(cur)->nodeType;
         if (type == VQXML_TEXT_NODE) mergeRun(cur);
         cur = walk.next(cur, type == VQXML_ELEMENT_NODE);
     }

@@ -85,6 +85,8 @@ public:
     }
 
     // The first node of the walk: root's first child (0 when it has none).
+    // Every handle the walk hands out has passed at(), so a caller may read
+    // its record with node() until it deletes the node.
     VQHANDLE first() {
         const Node *r = at(root_);
         return r != nullptr ? enter(r->firstChild) : 0;
@@ -92,11 +94,11 @@ public:
 
     // The node after `cur` in document order below root: its first child
     // when `descend` is set and it has one, else nextOutside(cur).
-    VQHANDLE next(VQHANDLE cur, bool descend) {
+    [[gnu::always_inline]] VQHANDLE next(VQHANDLE cur, bool descend) {
         const Node *n = at(cur);
         if (n == nullptr) return 0;
         if (descend && at(n->firstChild) != nullptr) return enter(n->firstChild);
-        return nextOutside(cur);
+        return outside(cur, n);
     }
 
     // The node after `cur` in document order below root that is not inside
@@ -104,14 +106,8 @@ public:
     // ancestor below root that has one; 0 at the end of root's subtree (and
     // at once when `cur` is root).
     VQHANDLE nextOutside(VQHANDLE cur) {
-        while (cur != root_) {
-            const Node *n = at(cur);
-            if (n == nullptr) return 0;
-            if (at(n->nextSibling) != nullptr) return enter(n->nextSibling);
-            if (!steps_.take()) return 0;
-            cur = n->parentNode;
-        }
-        return 0;
+        const Node *n = at(cur);
+        return n != nullptr ? outside(cur, n) : 0;
     }
 
     // True when the walk ended because it ran out of steps.
@@ -119,6 +115,16 @@ public:
 
 private:
     VQHANDLE enter(VQHANDLE h) { return h != 0 && steps_.take() ? h : 0; }
+
+    VQHANDLE outside(VQHANDLE cur, const Node *n) {
+        if (cur == root_) return 0;
+        for (;;) {
+            if (at(n->nextSibling) != nullptr) return enter(n->nextSibling);
+            if (!steps_.take()) return 0;
+            cur = n->parentNode;
+            if (cur == root_ || (n = at(cur)) == nullptr) return 0;
+        }
+    }
 
     VQHANDLE root_;
     StepBound steps_;
@@ -134,8 +140,9 @@ private:
 template <typename Visit>
 bool forEachValueText(VQHANDLE root, VQHANDLE first, Visit &&visit) {
     TreeWalk walk(root);
-    VQHANDLE cur = first;
-    while (const Node *n = walk.at(cur)) {
+    if (walk.at(first) == nullptr) return true;
+    for (VQHANDLE cur = first; cur != 0;) {
+        const Node *n = node(cur);
         const bool reference = n->nodeType == VQXML_ENTITY_REFERENCE_NODE;
         if (n->nodeType == VQXML_TEXT_NODE) {
             if (n->nodeValue != 0 && !visit(n->nodeValue)) return false;
