@@ -18,7 +18,7 @@
 #include <string_view>
 
 #include "vqxml/dom/printer.h"
-#include "vqxml/parser/chars.h"
+#include "vqxml/store/char_class.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/node.h"
 

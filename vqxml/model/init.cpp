@@ -1,5 +1,5 @@
 // init.cpp - the library's start-up and clean-up entry points.
-#include "vqxml/parser/chars.h"
+#include "vqxml/store/char_class.h"
 #include "vqxml/vqxml.h"
 
 namespace vqxml {
