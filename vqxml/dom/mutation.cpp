@@ -176,6 +176,7 @@ void leaveMap(VQHANDLE h) {
 
 // Links an unlinked node as the last child of `parent`.
 void linkLast(VQHANDLE parent, VQHANDLE child) {
+    treeChanged();
     Node *p = asNode(parent);
     Node *c = asNode(child);
     c->nextSibling = 0;
@@ -192,6 +193,7 @@ void linkLast(VQHANDLE parent, VQHANDLE child) {
 
 // Links an unlinked node in front of `ref`, a child of `parent`.
 void linkBefore(VQHANDLE parent, VQHANDLE child, VQHANDLE ref) {
+    treeChanged();
     Node *c = asNode(child);
     Node *r = asNode(ref);
     c->nextSibling = ref;
@@ -759,6 +761,7 @@ extern "C" VQHANDLE VQDOM_removeChild(VQHANDLE parent, VQHANDLE oldChild) {
 extern "C" void removeNode(VQHANDLE h) {
     Node *n = asNode(h);
     if (n == nullptr) return;
+    treeChanged();
     const VQHANDLE parent = n->parentNode, prev = n->previousSibling, next = n->nextSibling;
     Node *p = asNode(parent);
     if (Node *before = asNode(prev)) before->nextSibling = next;

@@ -155,6 +155,9 @@ int32_t lowestFreeNumber() {
 }
 
 }  // namespace
+
+uint64_t treeGeneration = 0;
+
 }  // namespace vqxml
 
 using namespace vqxml;
@@ -200,6 +203,7 @@ extern "C" int32_t newDocumentArea(int32_t number, uint32_t **outDocHandleField)
 }
 
 extern "C" VQHANDLE myAlloc(VQHANDLE document, int64_t bytes) {
+    treeChanged();
     const int32_t number = static_cast<int32_t>(document & 255);
     if (number == 0) return 0;
     DocArea *a = docHead[number];
@@ -301,6 +305,7 @@ extern "C" VQHANDLE myAlloc(VQHANDLE document, int64_t bytes) {
 }
 
 extern "C" void myFree(VQHANDLE handle) {
+    treeChanged();
     if (!validHandle(handle)) return;
     const int32_t number = static_cast<int32_t>(handle & 255);
     DocArea *a = docHead[number];
@@ -415,6 +420,7 @@ extern "C" void changeHandle(VQHANDLE a, VQHANDLE b) {
     DocArea *area = docHead[a & 255];
     int32_t *table = handleTable(area);
     const uint32_t sa = a >> 8, sb = b >> 8;
+    treeChanged();
     std::swap(table[sa], table[sb]);
     blockAt(area, table[sa])->blockLink = static_cast<int32_t>(sa);
     blockAt(area, table[sb])->blockLink = static_cast<int32_t>(sb);
@@ -424,6 +430,7 @@ extern "C" void VQXML_deleteDocumentArea(VQHANDLE handle) {
     const uint32_t number = handle & 255;
     if (number == 0 || docHead[number] == nullptr) return;
     traceFree(1, "deleteDocumentArea", docHead[number], 1);
+    treeChanged();
     dbg_free(docHead[number]);
     docHead[number] = nullptr;
 }
@@ -435,6 +442,7 @@ extern "C" void VQXML_deleteDocumentAreaRange(int32_t low, int32_t high) {
     for (int32_t n = low; n <= high; ++n) {
         if (docHead[n] == nullptr) continue;
         traceFree(1, "deleteDocumentAreaRange", docHead[n], 1);
+        treeChanged();
         dbg_free(docHead[n]);
         docHead[n] = nullptr;
     }
@@ -454,6 +462,7 @@ extern "C" int VQXML_documentLoaded(void *area) {
             tracedFree(area, "documentLoaded");
             return 0;
         }
+        treeChanged();
         docHead[a->doc] = a;
         dontRealloc[a->doc] = 0;
         a->data = static_cast<char *>(area) + 48 + 4 * int64_t{a->indexes};

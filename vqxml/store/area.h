@@ -71,6 +71,14 @@ inline bool liveHandle(VQHANDLE h) {
     return slot < static_cast<uint32_t>(a->indexes) && handleTable(a)[slot] != 0;
 }
 
+// Bumped whenever any document may have changed shape: an object made or
+// freed, a block given another handle, an area installed or deleted, nodes
+// linked or unlinked, a string rewritten in place. Code that keeps answers
+// between calls (the selection lists' cursors) trusts them only while this
+// stays the same.
+extern uint64_t treeGeneration;
+inline void treeChanged() { ++treeGeneration; }
+
 // Size of the block that holds a payload of `bytes` (header included).
 inline int64_t blockSizeFor(int64_t bytes) { return (bytes + 8 + 7) & ~int64_t{7}; }
 

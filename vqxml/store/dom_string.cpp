@@ -345,6 +345,7 @@ extern "C" void VQDOM_removeSpacesDS(VQHANDLE ds) {
     }
     // Trimmed in place: the block keeps its size, the bytes behind the
     // shorter text are cleared.
+    treeChanged();
     char *p = static_cast<char *>(payload(ds));
     const size_t len = dsView(ds).size();
     size_t begin = 0;
