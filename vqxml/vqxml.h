@@ -359,6 +359,20 @@ VQXML_API VQHANDLE VQXML_parseFragment(VQHANDLE document, const char *text);
 /* Pointer to the first byte that cannot stand in a name, or null. */
 VQXML_API char *VQXML_checkName(const char *name);
 
+/* ---- path selection ----------------------------------------------------- */
+
+/* The node that a path selects below node: an Element, a Text child
+ * ('a/text()') or an Attr ('a/@id'); 0 for a malformed path or no match.
+ * Steps are element names, optionally with a position ('item[2]', from 1)
+ * or attribute tests ("item[@id='7' and @type='x']"); a leading '/' starts
+ * at the document. Nothing is recorded on the error lists. */
+VQXML_API VQHANDLE VQXML_selectSingleNode(VQHANDLE node, const char *path);
+/* A live node list of the elements that a path of names and '/' selects
+ * below node, read with VQDOM_itemList and VQDOM_getLengthList; it lives as
+ * long as node. Only the first element of each intermediate step is
+ * followed. 0 when node is invalid or path is null. */
+VQXML_API VQHANDLE VQXML_selectNodes(VQHANDLE node, const char *path);
+
 /* ---- printing ----------------------------------------------------------- */
 
 /* Writes the node as XML text; returns the full length needed. A result not

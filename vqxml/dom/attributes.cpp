@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "vqxml/dom/dom.h"
+#include "vqxml/model/select.h"
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
@@ -88,15 +89,10 @@ void leaveOldMap(VQHANDLE h) {
 
 // ---- node lists ------------------------------------------------------------
 
-// Lists of mode 1 are made by the path selector; it supplies their search
-// (find the match numbered `wanted` below the list's owner, counting matches
-// in the list's counter). Until that search is linked in here, a selection
-// list has no items.
-VQHANDLE selectionItem(VQHANDLE list, uint32_t wanted) {
-    (void)list;
-    (void)wanted;
-    return 0;
-}
+// Lists of mode 1 are made by the path selector, which supplies their
+// search (the match numbered `wanted` below the list's owner, counting
+// matches in the list's counter).
+VQHANDLE selectionItem(VQHANDLE list, uint32_t wanted) { return findItemX(list, wanted); }
 
 constexpr uint32_t kNeverMatches = 0xffffffffu;
 
