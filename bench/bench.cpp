@@ -8,6 +8,8 @@
 //   vqxml_bench FILE...         only the given files
 //   vqxml_bench --runs N ...    N timed runs per figure (median reported)
 //   vqxml_bench --capacity      how large one document of each shape can get
+//   vqxml_bench --select        reading selection lists of 10 000 and 100 000
+//                               matches, against selecting each by position
 //
 // Parse speed is input megabytes per second to a complete tree (the tree is
 // freed after every run, outside the timing); print speed is input megabytes
@@ -282,6 +284,52 @@ int capacity() {
     return 0;
 }
 
+// Reading every item of a selection list in order, the way callers loop
+// (the length asked for on every round), against selecting each match by
+// its position with VQXML_selectSingleNode. The list is read in time linear
+// in the number of matches; positions cost the square of it, so for the
+// larger list only every 100th position is timed and the total estimated.
+int selection() {
+    std::printf("%-9s %14s %14s %22s\n", "matches", "list read ms", "ns per item",
+                "item[i] for all i, ms");
+    double listMs[2] = {};
+    int row = 0;
+    for (const uint32_t n : {10000u, 100000u}) {
+        std::string text = "<r><list>";
+        for (uint32_t i = 0; i < n; ++i) text += "<item/>\n";
+        text += "</list></r>";
+        const VQHANDLE doc = VQXML_parse(text.c_str());
+        const VQHANDLE root = VQDOM_getDocumentElement(doc);
+        std::vector<double> runs;
+        for (int run = 0; run < 11; ++run) {
+            const VQHANDLE list = VQXML_selectNodes(root, "list/item");
+            const auto t0 = Clock::now();
+            size_t found = 0;
+            for (uint32_t i = 0; i < VQDOM_getLengthList(list); ++i) found += VQDOM_itemList(list, i) != 0;
+            runs.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
+            if (found != n) std::printf("list read %zu of %u\n", found, n);
+        }
+        listMs[row] = median(runs);
+        const uint32_t stride = n > 10000 ? 100 : 1;
+        char path[64];
+        const auto t0 = Clock::now();
+        for (uint32_t i = 0; i < n; i += stride) {
+            std::snprintf(path, sizeof path, "list/item[%u]", i + 1);
+            if (VQXML_selectSingleNode(root, path) == 0) std::printf("item[%u] missing\n", i + 1);
+        }
+        const double singleMs =
+            std::chrono::duration<double, std::milli>(Clock::now() - t0).count() * stride;
+        std::printf("%-9u %14.2f %14.1f %18.0f%s\n", n, listMs[row], listMs[row] * 1e6 / n, singleMs,
+                    stride > 1 ? " est" : "");
+        std::fflush(stdout);
+        VQXML_deleteDocumentArea(doc);
+        ++row;
+    }
+    std::printf("\nlist read, 100 000 against 10 000 matches: %.1f times (10 = linear)\n",
+                listMs[1] / listMs[0]);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -292,6 +340,9 @@ int main(int argc, char **argv) {
         if (std::strcmp(argv[i], "--capacity") == 0) {
             VQXML_xmlInit();
             return capacity();
+        } else if (std::strcmp(argv[i], "--select") == 0) {
+            VQXML_xmlInit();
+            return selection();
         } else if (std::strcmp(argv[i], "--quick") == 0)
             quick = true;
         else if (std::strcmp(argv[i], "--rss") == 0)
