@@ -249,3 +249,23 @@ TEST_F(LibraryTest, EmptyModelIsWholeOrAbsent) {
         return out;
     });
 }
+
+// Selection takes a block for every name and literal of a path and for every
+// predicate node; each failure selects nothing (and says why), and every
+// block taken before it comes back.
+TEST_F(LibraryTest, SelectionReportsEveryAllocationFailureAndLeaksNothing) {
+    VQHANDLE doc = 0;
+    sweep(true, [&] { doc = VQXML_parse("<r><i id='1' t='x'>one</i><i id='2' t='x'><b/><b n='2'/></i></r>"); }, [&] {
+        Outcome out{"", false, {}};
+        const VQHANDLE root = VQDOM_getDocumentElement(doc);
+        for (const char *path : {"i[@id='2' and @t='x']/b[2]", "i[2]/@t", "/r/i/text()", "i[@id='1' AND @t='x']"}) {
+            const VQHANDLE found = VQXML_selectSingleNode(root, path);
+            out.text += (found != 0 ? print(found) : "-") + "|";
+        }
+        const VQHANDLE list = VQXML_selectNodes(root, "/r/i");
+        out.text += std::to_string(VQDOM_getLengthList(list)) + "|";
+        out.errors = vqtest::drainErrors();
+        VQXML_deleteDocumentArea(doc);
+        return out;
+    });
+}
