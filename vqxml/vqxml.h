@@ -133,6 +133,23 @@ VQXML_API void VQXML_deleteDocumentAreaRange(int32_t low, int32_t high);
 /* Installs a filled area image; the block is consumed either way. */
 VQXML_API int VQXML_documentLoaded(void *area);
 
+/* ---- compaction and streaming of document areas --------------------- */
+
+/* Moves the area's listed free space together into one block at its end.
+ * Free blocks that are not on the free list (freed objects) are moved, not
+ * reclaimed; the allocator's sweep takes them back. */
+VQXML_API void VQXML_compact(VQHANDLE document);
+/* Makes the area minimal (handle table cut after the highest slot in use,
+ * every free block dropped) and returns its bytes, *lengthOut of them; null
+ * for an unknown document. The document stays in use and may grow again.
+ * The image holds the bytes as they are in memory: only the same build on
+ * the same kind of machine reads it back. */
+VQXML_API void *VQXML_streamOut(VQHANDLE document, int32_t *lengthOut);
+/* A block of length bytes for an image; fill it and pass it to
+ * VQXML_documentLoaded. Null (DOM code 11) when it cannot be allocated or
+ * length is below 1. */
+VQXML_API void *VQXML_streamIn(int32_t length);
+
 /* ---- errors ---------------------------------------------------------- */
 
 /* Oldest main-list code (0 when empty); its parameter text goes to buffer

@@ -3,6 +3,7 @@
 // parser, the DOM operations and the printers must report the failure,
 // never hand back a damaged result as a good one, leave other documents as
 // they were and give every block back.
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -184,6 +185,29 @@ TEST_F(LibraryTest, DomWorkReportsEveryAllocationFailureAndLeaksNothing) {
         // text gatherer.
         out.text = workInside(doc, out.errors, 30);
         VQXML_deleteDocumentArea(doc);
+        return out;
+    });
+}
+
+// A document streamed out and loaded back in a block from VQXML_streamIn:
+// the block and the image check can fail, and the loaded document then
+// takes the same work as any other.
+TEST_F(LibraryTest, ImageRoundTripReportsEveryAllocationFailure) {
+    VQHANDLE doc = 0;
+    sweep(true, [&] { doc = VQXML_parse(kHost); }, [&] {
+        Outcome out{"", false, {}};
+        int32_t length = 0;
+        const char *bytes = static_cast<const char *>(VQXML_streamOut(doc, &length));
+        const std::vector<char> image(bytes, bytes + length);
+        VQXML_deleteDocumentArea(doc);
+        if (void *block = VQXML_streamIn(length)) {
+            std::memcpy(block, image.data(), image.size());
+            if (VQXML_documentLoaded(block) == 1) {
+                out.text = workInside(doc, out.errors, 3);
+                VQXML_deleteDocumentArea(doc);
+            }
+        }
+        for (const auto &e : vqtest::drainErrors()) out.errors.push_back(e);
         return out;
     });
 }

@@ -106,7 +106,10 @@ const char *checkAreaImage(const DocArea *a, int64_t blockBytes) {
     // One bit per possible block start (blocks start at 4 + 8k).
     const size_t bits = static_cast<size_t>(D / 8) + 1;
     DbgPtr<uint8_t> starts(static_cast<uint8_t *>(dbg_malloc((bits + 7) / 8, "checkArea")));
-    if (starts == nullptr) return "no memory to check it";
+    if (starts == nullptr) {
+        errorAlloc("checkArea", static_cast<int64_t>((bits + 7) / 8));
+        return "no memory to check it";
+    }
     std::memset(starts.get(), 0, (bits + 7) / 8);
     auto isStart = [&](int64_t off) {
         if (off < 4 || off + 8 > D + 4 || (off - 4) % 8 != 0) return false;
