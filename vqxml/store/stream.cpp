@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstring>
 
-#include "vqxml/model/trace.h"
 #include "vqxml/store/area.h"
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
@@ -168,8 +167,11 @@ extern "C" void *VQXML_streamOut(VQHANDLE document, int32_t *lengthOut) {
 // A block for the caller to fill with an image. Lengths below 1 are refused
 // like a failed allocation (code 11), since no block could hold an image.
 extern "C" void *VQXML_streamIn(int32_t length) {
-    void *block = length >= 1 ? dbg_malloc(static_cast<size_t>(length), "document area") : nullptr;
-    VQXML_TRACE(2, "VQXML malloc - (streamIn) addr: 0x%p, (len: %d)", block, length);
+    void *block = nullptr;
+    if (length >= 1)
+        block = tracedMalloc(static_cast<size_t>(length), "document area", "streamIn");
+    else
+        traceMalloc(2, "streamIn", nullptr, length);
     if (block == nullptr) errorAlloc("DocumentArea", length);
     return block;
 }
