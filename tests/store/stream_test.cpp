@@ -54,7 +54,8 @@ std::string layout(int n) {
     for (int64_t off = 4; off < end;) {
         const BlockHeader *b = vqxml::blockAt(a, static_cast<int32_t>(off));
         if (b->blockSize <= 0) return out + "broken";
-        const bool live = b->blockLink > 0 && vqxml::handleTable(a)[b->blockLink] == off;
+        const bool live =
+            b->blockLink > 0 && b->blockLink < a->indexes && vqxml::handleTable(a)[b->blockLink] == off;
         const bool isListed = std::find(listed.begin(), listed.end(), off) != listed.end();
         out += std::to_string(b->blockSize) + (live ? "L " : isListed ? "F " : "U ");
         off += b->blockSize;
