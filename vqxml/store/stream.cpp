@@ -94,6 +94,7 @@ extern "C" void VQXML_compact(VQHANDLE document) {
                      static_cast<size_t>(cursor - runStart));
         gap = cursor - gapSize;
     }
+    treeChanged();  // blocks moved: answers kept between calls start afresh
     BlockHeader *last = blockAt(a, static_cast<int32_t>(gap));
     last->blockSize = static_cast<int32_t>(gapSize);
     last->blockLink = 0;
@@ -151,6 +152,7 @@ extern "C" void *VQXML_streamOut(VQHANDLE document, int32_t *lengthOut) {
     }
     flush(end);
 
+    treeChanged();
     const int64_t dropped = 4 * cut + freeTotal;
     a->indexes -= static_cast<int32_t>(cut);
     a->freeoffset -= static_cast<int32_t>(cut);
