@@ -19,6 +19,7 @@
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 using vqxml::asNode;
 using vqxml::asType;
@@ -26,11 +27,6 @@ using vqxml::dsEquals;
 using vqxml::dsView;
 
 namespace {
-
-// Live objects of the document of a valid handle: no walk over a tree of
-// that document takes more steps than a small multiple of this, so it
-// bounds walks that a damaged image could link into a loop.
-int64_t liveObjects(VQHANDLE h) { return docHead[h & 255]->dbgHandles; }
 
 bool named(VQHANDLE h, const char *name) {
     const Node *n = asNode(h);
@@ -54,31 +50,15 @@ enum class Step { kDescend, kSkip, kStop };
 // are passed over. visit() may allocate but must not relink nodes.
 template <typename Visit>
 bool walkElements(VQHANDLE root, Visit visit) {
-    const Node *r = asNode(root);
-    if (r == nullptr) return false;
-    VQHANDLE parent = root;
-    VQHANDLE cur = r->firstChild;
-    for (int64_t steps = 3 * liveObjects(root) + 3; steps > 0; --steps) {
-        const Node *n = asNode(cur);
-        if (n == nullptr) {
-            // End of a sibling chain: on behind the parent.
-            if (parent == root) return false;
-            const Node *p = asNode(parent);
-            if (p == nullptr) return false;
-            cur = p->nextSibling;
-            parent = p->parentNode;
-            continue;
-        }
-        if (n->nodeType == VQXML_ELEMENT_NODE) {
-            const Step step = visit(cur);
+    vqxml::TreeWalk walk(root);
+    for (VQHANDLE h = walk.first(); h != 0;) {
+        bool enter = false;
+        if (walk.at(h)->nodeType == VQXML_ELEMENT_NODE) {
+            const Step step = visit(h);
             if (step == Step::kStop) return true;
-            if (step == Step::kDescend && asNode(cur)->firstChild != 0) {
-                parent = cur;
-                cur = asNode(cur)->firstChild;
-                continue;
-            }
+            enter = step == Step::kDescend;
         }
-        cur = asNode(cur)->nextSibling;
+        h = walk.next(h, enter);
     }
     return false;
 }
@@ -155,7 +135,7 @@ void removeAttributes(VQHANDLE root, const char *elementName, VQHANDLE definitio
 bool holdsDefinition(VQHANDLE decl) {
     const Node *n = asNode(decl);
     VQHANDLE c = n != nullptr ? n->firstChild : 0;
-    for (int64_t left = n != nullptr ? liveObjects(decl) : 0; left > 0 && asNode(c) != nullptr; --left) {
+    for (vqxml::StepBound steps(decl); asNode(c) != nullptr && steps.take();) {
         if (asNode(c)->nodeType == VQXML_ATT_DEF_NODE) return true;
         c = asNode(c)->nextSibling;
     }
@@ -192,10 +172,9 @@ extern "C" VQHANDLE VQDOM_enumAttValues(VQHANDLE doctype, const char *elementNam
     const VQHANDLE def = findAttDef(doctype, elementName, attributeName);
     if (asType<Node>(def, VQXML_ATT_DEF_NODE) == nullptr) return 0;
     // The values are the definition's name-list children.
-    const int64_t bound = liveObjects(def);
-    auto forEachValue = [def, bound](auto use) {
+    auto forEachValue = [def](auto use) {
         VQHANDLE c = asNode(def)->firstChild;
-        for (int64_t left = bound; left > 0 && asNode(c) != nullptr; --left) {
+        for (vqxml::StepBound steps(def); asNode(c) != nullptr && steps.take();) {
             if (asNode(c)->nodeType == VQXML_NAME_LIST_NODE) use(dsView(asNode(c)->nodeName));
             c = asNode(c)->nextSibling;
         }
@@ -317,7 +296,7 @@ extern "C" int VQDOM_deleteElementDef(VQHANDLE doctype, const char *elementName)
     int deleted = 0;
     for (const int type : {VQXML_ELEMENT_DECL_NODE, VQXML_ATTLIST_DECL_NODE}) {
         VQHANDLE d = getFirstMarkupDecl(doctype, type);
-        for (int64_t left = liveObjects(doctype); d != 0 && left > 0; --left) {
+        for (vqxml::StepBound steps(doctype); d != 0 && steps.take();) {
             const VQHANDLE next = getNextMarkupDecl(d);
             if (named(d, elementName)) {
                 VQDOM_deleteNode(d);
