@@ -293,3 +293,90 @@ TEST_F(LibraryTest, SelectionReportsEveryAllocationFailureAndLeaksNothing) {
         return out;
     });
 }
+
+// Every element's attributes, defaults included (which the printers leave
+// out), read without allocating.
+std::string attributesBelow(VQHANDLE node) {
+    std::string out;
+    for (VQHANDLE c = VQDOM_getFirstChild(node); c != 0; c = VQDOM_getNextSibling(c)) {
+        if (VQDOM_getNodeType(c) != VQXML_ELEMENT_NODE) continue;
+        const VQHANDLE map = VQDOM_getAttributes(c);
+        for (uint32_t i = 0; i < VQDOM_getLengthMap(map); ++i) {
+            const VQHANDLE a = VQDOM_itemMap(map, i);
+            out += vqtest::str(VQDOM_getName(a)) + "=" + vqtest::str(VQDOM_getValue(a)) + (VQDOM_getSpecified(a) ? "* " : " ");
+        }
+        out += "(" + attributesBelow(c) + ")";
+    }
+    return out;
+}
+
+std::string state(VQHANDLE doc) { return print(doc) + attributesBelow(doc); }
+
+// The calls that change definitions: each one either succeeds whole or
+// returns 0 with the document as it was (declarations, elements and their
+// attributes), whichever allocation fails.
+TEST_F(LibraryTest, DefinitionChangesFailWholeOrChangeNothing) {
+    const std::string text = "<!DOCTYPE r [<!ATTLIST i d CDATA 'dv'><!ATTLIST b x CDATA #IMPLIED><!ENTITY v 'vee'>]><r>" +
+                             robust::repeat("<i/><b><i d='own' k='mine'/></b>", 150) + "</r>";
+    std::string values;
+    for (int i = 0; i < 200; ++i) values += (i ? "|v" : "v") + std::to_string(i);
+    const std::string enumeration = "(" + values + ") 'v7'";
+    VQHANDLE doc = 0;
+    sweep(true, [&] { doc = VQXML_parse(text.c_str()); }, [&] {
+        Outcome out{"", false, {}};
+        const VQHANDLE dt = VQDOM_getDoctype(doc);
+        auto step = [&](auto call) {
+            const std::string before = state(doc);
+            const int done = call();
+            if (done == 0) {
+                EXPECT_EQ(state(doc), before);
+            }
+            out.text += std::to_string(done) + "|";
+        };
+        step([&] { return VQDOM_createElementDef(dt, "n", "(a,(b|c)*,d?)"); });
+        step([&] { return VQDOM_createAttListDef(dt, "i", "k", "CDATA 'k&v;k'"); });
+        step([&] { return VQDOM_createAttListDef(dt, "b", "e", enumeration.c_str()); });
+        step([&] {
+            const VQHANDLE listed = VQDOM_enumAttValues(dt, "b", "e");
+            const int whole = listed != 0 && vqtest::str(listed) == values;
+            VQDOM_deleteDS(listed);
+            return whole;
+        });
+        step([&] { return VQDOM_deleteAttListDef(dt, "i", "d"); });
+        step([&] { return VQDOM_deleteElementDef(dt, "n"); });
+        out.text += state(doc);
+        out.errors = vqtest::drainErrors();
+        VQXML_deleteDocumentArea(doc);
+        return out;
+    });
+
+    // In an area that may not grow, the first allocation past the room left
+    // fails, at every point of the walk over the elements in turn.
+    const std::string small = "<!DOCTYPE r [<!ATTLIST i d CDATA 'dv'>]><r>" +
+                              robust::repeat("<i/><b><i k='mine'/></b>", 40) + "</r>";
+    int failed = 0, rounds = 0;
+    for (int32_t room = 0; room < 16000; room += 40, ++rounds) {
+        doc = VQXML_parse(small.c_str());
+        const int64_t filler = int64_t{docHead[doc & 255]->freesize} - room - 64;
+        if (filler > 0 && allocDS(doc, filler) == 0) {
+            vqtest::drainErrors();  // not one block large enough: less is filled
+            allocDS(doc, filler / 2);
+        }
+        dontRealloc[doc & 255] = 1;
+        const std::string before = state(doc);
+        const int done = VQDOM_createAttListDef(VQDOM_getDoctype(doc), "i", "k", "CDATA 'kv'");
+        const std::string after = state(doc);
+        failed += done == 0;
+        if (done == 0) {
+            EXPECT_EQ(after, before) << "room=" << room;
+            EXPECT_TRUE(hasCode(vqtest::drainErrors(), kCannotAllocate)) << "room=" << room;
+        } else {
+            EXPECT_EQ(after.find("k=mine"), std::string::npos) << "room=" << room;
+        }
+        dontRealloc[doc & 255] = 0;
+        VQXML_deleteDocumentArea(doc);
+        vqtest::drainErrors();
+    }
+    EXPECT_GT(failed, 10);
+    EXPECT_LT(failed, rounds);
+}

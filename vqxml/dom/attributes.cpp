@@ -199,7 +199,11 @@ VQHANDLE appendAbsentAttribute(VQHANDLE element, VQHANDLE attribute) {
     return setNamedItem(map, attribute, false);
 }
 
-VQHANDLE takeMapItem(VQHANDLE document) { return myAlloc(document, sizeof(ListItem)); }
+VQHANDLE takeMapItem(VQHANDLE document) {
+    const VQHANDLE item = myAlloc(document, sizeof(ListItem));
+    if (item == 0) errorAlloc("ListItem", sizeof(ListItem));
+    return item;
+}
 
 VQHANDLE setAttributeNodeWith(VQHANDLE element, VQHANDLE attribute, VQHANDLE item) {
     const VQHANDLE map = validHandle(element) ? attributeMapOf(element) : 0;
