@@ -98,7 +98,9 @@ struct Session {
     void step() {
         char buf[300];
         const uint64_t small = in.byte();
-        const int op = in.byte() % 44;
+        // The top byte values choose the definition calls (44 to 48).
+        const uint8_t opByte = in.byte();
+        const int op = opByte >= 224 ? 44 + opByte % 5 : opByte % 44;
         const VQHANDLE h1 = handle();
         const VQHANDLE h2 = handle();
         const VQHANDLE h3 = handle();
@@ -242,6 +244,27 @@ struct Session {
                 // The next allocations meet a failure; the sequence goes on.
                 vqxml::failAllocAt(1 + static_cast<int64_t>(small % 8));
                 break;
+            case 44: case 45: case 46: case 47: case 48: {
+                // Definitions changed on a document type (or on whatever
+                // handle comes), with names of the sample documents, texts
+                // that parse and texts that do not, and null pointers.
+                static const char *const kNames[] = {"r", "b", "a", "e", "x", nullptr};
+                static const char *const kTexts[] = {
+                    "EMPTY", "ANY", "(#PCDATA|b)*", "(a,(b|c)+)? tail", "CDATA 'v'", "(x|y) 'x'",
+                    "NMTOKENS #IMPLIED", "CDATA #FIXED 'f&e;'", "ID #REQUIRED", "(a|b,c)", "", nullptr};
+                const VQHANDLE dt = b2 & 1 ? h2 : VQDOM_getDoctype(doc());
+                const char *element = b1 & 8 ? s1.c_str() : kNames[b1 % 6];
+                const char *attribute = b2 & 8 ? s2.c_str() : kNames[b2 / 16 % 6];
+                const char *text = small & 64 ? s2.c_str() : kTexts[small % 12];
+                switch (op) {
+                    case 44: VQDOM_deleteDS(VQDOM_enumAttValues(dt, element, attribute)); break;
+                    case 45: VQDOM_createElementDef(dt, element, text); break;
+                    case 46: VQDOM_createAttListDef(dt, element, attribute, text); break;
+                    case 47: VQDOM_deleteElementDef(dt, element); break;
+                    default: VQDOM_deleteAttListDef(dt, element, attribute); break;
+                }
+                break;
+            }
             default: {
                 // A chain deeper than any inline stack of the library.
                 VQHANDLE d = doc();
