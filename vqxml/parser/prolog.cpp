@@ -16,8 +16,7 @@
 #include <cstring>
 
 #include "vqxml/dom/dom.h"
-#include "vqxml/parser/chars.h"
-#include "vqxml/parser/parser.h"
+#include "vqxml/parser/reader.h"
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
@@ -25,10 +24,13 @@
 #include "vqxml/store/node.h"
 
 using namespace vqxml::codes;
+using vqxml::asciiNotNameStart;
 using vqxml::ByteBuffer;
 using vqxml::liveHandle;
 using vqxml::node;
 using vqxml::rec;
+using vqxml::report;
+using vqxml::reportChar;
 
 namespace {
 
@@ -45,20 +47,6 @@ const char *const kAttTypes[] = {"CDATA", "ID", "IDREF", "IDREFS", "ENTITY", "EN
 inline unsigned cur(const Source *s) { return s->current; }
 inline void next(Source *s) { getNextCh(s); }
 inline bool isQuote(unsigned c) { return c == '\'' || c == '"'; }
-inline bool asciiNotNameStart(unsigned c) { return c < 128 && !(chType[c] & vqxml::kClassNameStart); }
-
-// addParseError may cut its argument in place, so it gets a copy.
-void report(Source *s, int64_t code, const char *argument) {
-    char text[256];
-    std::snprintf(text, sizeof text, "%s", argument != nullptr ? argument : "");
-    addParseError(s->line, code, argument != nullptr ? text : nullptr);
-}
-
-void reportChar(Source *s, int64_t code, unsigned c) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%x", c);
-    addParseError(s->line, code, text);
-}
 
 // The characters of `text` at `s` match (first character included)?
 // Consumes while they do.
