@@ -162,31 +162,13 @@ void beautifyElement2(VQHANDLE node, int32_t level) {
 // the walk goes on into the element children of every element, mixed or
 // not.
 void VQXML_unBeautifyElement(VQHANDLE element) {
-    const Node *root = liveNode(element);
-    if (root == nullptr) return;
+    if (liveNode(element) == nullptr) return;
     stripIndentation(element);
-    VQHANDLE up = element;
-    VQHANDLE h = liveNode(element)->firstChild;
-    for (int64_t budget = 2 * walkBudget(element) + 2; budget > 0; --budget) {
-        if (const Node *n = chainNode(h)) {
-            if (isElement(n)) {
-                stripIndentation(h);
-                const Node *stripped = liveNode(h);
-                if (stripped->firstChild != 0) {
-                    up = h;
-                    h = stripped->firstChild;
-                    continue;
-                }
-                n = stripped;
-            }
-            h = n->nextSibling;
-            continue;
-        }
-        if (up == element) return;
-        const Node *u = liveNode(up);
-        if (u == nullptr) return;
-        h = u->nextSibling;
-        up = u->parentNode;
+    vqxml::TreeWalk walk(element);
+    for (VQHANDLE h = walk.first(); h != 0;) {
+        const bool descend = isElement(vqxml::node(h));
+        if (descend) stripIndentation(h);
+        h = walk.next(h, descend);
     }
 }
 

@@ -92,33 +92,15 @@ uint32_t VQXML_countNamedChildren(VQHANDLE parent, VQHANDLE tagName) {
     return count;
 }
 
-// Each element child counts 1 plus its own count. The walk descends along
-// first-child links and climbs back along parent links, so any depth costs
-// no stack; it takes at most two steps per live object of the document.
+// Each element child counts 1 plus its own count: a pre-order walk that
+// enters elements only, in constant stack.
 uint32_t VQXML_countSubElements(VQHANDLE parent) {
-    const Node *p = liveNode(parent);
-    if (p == nullptr || p->nodeType == VQXML_DOCUMENT_TYPE_NODE) return 0;
+    vqxml::TreeWalk walk(parent);
     uint32_t count = 0;
-    VQHANDLE up = parent;  // the node whose child chain h belongs to
-    VQHANDLE h = p->firstChild;
-    for (int64_t budget = 2 * vqxml::walkBudget(parent) + 2; budget > 0; --budget) {
-        if (const Node *n = vqxml::chainNode(h)) {
-            if (isElement(n)) {
-                ++count;
-                if (n->firstChild != 0) {
-                    up = h;
-                    h = n->firstChild;
-                    continue;
-                }
-            }
-            h = n->nodeType == VQXML_ATTRIBUTE_NODE ? 0 : n->nextSibling;
-            continue;
-        }
-        if (up == parent) break;
-        const Node *u = liveNode(up);
-        if (u == nullptr) break;
-        h = u->nextSibling;
-        up = u->parentNode;
+    for (VQHANDLE h = walk.first(); h != 0;) {
+        const bool element = isElement(vqxml::node(h));
+        count += element;
+        h = walk.next(h, element);
     }
     return count;
 }

@@ -16,6 +16,7 @@
 #include "vqxml/store/codes.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
+#include "vqxml/store/limits.h"
 
 namespace {
 

@@ -79,10 +79,6 @@ void forEachChild(VQHANDLE parent, Visit &&visit) {
     forEachInChain(p->firstChild, walkBudget(parent), visit);
 }
 
-// Models deeper than this compare as "different"; the walks that recurse
-// over a model's levels stop there.
-constexpr int32_t kMaxModelDepth = 1000;
-
 // Attribute values of a model item as read by the model layer (empty when
 // absent or when the handle is not an element). Views into the area: valid
 // until the next allocation in the document.

@@ -44,6 +44,10 @@ constexpr int64_t kMaxIndent = 63;
 // builder to create (kIllegalParameter / kIllegalData).
 constexpr long kMaxOccurrence = 65535;
 
+// Model levels a parameter comparison descends; deeper models compare as
+// "different" (VQXML_cmpParameters returns 1).
+constexpr int32_t kMaxModelDepth = 1000;
+
 }  // namespace vqxml
 
 #endif  // VQXML_STORE_LIMITS_H
