@@ -79,8 +79,6 @@ TEST_F(SelectTest, SingleNodePaths) {
         {"a/text()", "'text-a'"},
         {"a/TEXT()", "'text-a'"},
         {"a/text() /b", "-"},
-        {"a/texts()", "-"},
-        {"a/text(", "-"},
         {"PAR/text()", "-"},
         {"a/@id", "@id=1"},
         {"@n", "@n=0"},
@@ -89,52 +87,19 @@ TEST_F(SelectTest, SingleNodePaths) {
         {"/MODEL/a/b", "b#9"},
         {"a//MODEL/PAR", "PAR#1"},  // "//" starts again at the document
         {"//MODEL", "-"},
-        {"/", "-"},
-        {"", "-"},
         {"\xc3\xa9l", "\xc3\xa9l#12"},
         {"a[2]/b", "b#11"},
-        {"item[2", "-"},
-        {"item[2]x", "-"},
-        {"item[2]/", "-"},
-        {"item[x]", "-"},
-        {"item['7']", "-"},
-        {"item[@id=7]", "-"},
-        {"item[@id='7]", "-"},
-        {"item[@id='7'", "-"},
-        {"item[@id='7'][1]", "-"},
-        {"a/", "-"},
-        {"a b", "-"},
-        {"a=b", "-"},
-        {"a/[1]", "-"},
     };
     for (const auto &[path, want] : cases) EXPECT_EQ(describe(VQXML_selectSingleNode(root, path)), want) << path;
     // From any node of the document, a path from the root means the same.
     const VQHANDLE deep = VQXML_selectSingleNode(root, "a/@id");
     EXPECT_EQ(describe(VQXML_selectSingleNode(deep, "/MODEL/PAR/P1")), "P1#2");
     EXPECT_EQ(describe(VQXML_selectSingleNode(doc, "/MODEL/PAR/P1[2]")), "P1#3");
-    EXPECT_TRUE(vqtest::drainErrors().empty());
-}
-
-TEST_F(SelectTest, PredicatesCompareTheFirst255BytesOfAValue) {
+    // Attribute values are compared on their first 255 bytes.
     const std::string value(300, 'v');
-    const VQHANDLE x = VQXML_selectSingleNode(root, "PAR");
-    VQDOM_setAttribute(x, vqtest::ds(doc, "long"), vqtest::ds(doc, value.c_str()));
-    const std::string cut = "PAR[@long='" + value.substr(0, 255) + "']";
-    const std::string whole = "PAR[@long='" + value + "']";
-    EXPECT_EQ(VQXML_selectSingleNode(root, cut.c_str()), x);
-    EXPECT_EQ(VQXML_selectSingleNode(root, whole.c_str()), 0u);
-}
-
-TEST_F(SelectTest, BadContextsSelectNothingAndRecordNothing) {
-    const VQHANDLE stale = VQXML_selectSingleNode(root, "PAR");
-    VQDOM_deleteNode(VQDOM_removeChild(root, stale));
-    const VQHANDLE name = VQDOM_getNodeName(root);
-    for (const VQHANDLE h : {VQHANDLE{0}, VQHANDLE{255}, stale, name, VQHANDLE{0x12345600u | 77u}}) {
-        EXPECT_EQ(VQXML_selectSingleNode(h, "item"), 0u) << h;
-        EXPECT_EQ(VQXML_selectNodes(h, "item"), 0u) << h;
-    }
-    EXPECT_EQ(VQXML_selectNodes(root, nullptr), 0u);
-    EXPECT_EQ(VQXML_selectSingleNode(root, nullptr), 0u);
+    VQDOM_setAttribute(root, vqtest::ds(doc, "long"), vqtest::ds(doc, value.c_str()));
+    EXPECT_EQ(VQXML_selectSingleNode(doc, ("MODEL[@long='" + value.substr(0, 255) + "']").c_str()), root);
+    EXPECT_EQ(VQXML_selectSingleNode(doc, ("MODEL[@long='" + value + "']").c_str()), 0u);
     EXPECT_TRUE(vqtest::drainErrors().empty());
 }
 
@@ -169,12 +134,9 @@ TEST_F(SelectTest, ListsJoinTheChainOfTheirNode) {
     EXPECT_EQ(VQDOM_getChildNodes(root), head);
     EXPECT_EQ(vqxml::rec<NodeList>(head)->nextList, second);
     EXPECT_EQ(vqxml::rec<NodeList>(second)->nextList, first);
-    EXPECT_EQ(vqxml::rec<NodeList>(first)->mode, 1u);
     // A text node has no list: the selection list becomes its first.
     const VQHANDLE text = VQXML_selectSingleNode(root, "a/text()");
-    const VQHANDLE own = VQXML_selectNodes(text, "x");
-    EXPECT_EQ(vqxml::node(text)->childNodes, own);
-    EXPECT_EQ(VQDOM_getLengthList(own), 0u);
+    EXPECT_EQ(vqxml::node(text)->childNodes, VQXML_selectNodes(text, "x"));
 }
 
 TEST_F(SelectTest, ListsAnswerForTheTreeAsItIsNow) {
@@ -221,11 +183,6 @@ TEST_F(SelectTest, ListsAnswerForTheTreeAsItIsNow) {
     EXPECT_LT(robust::liveBlocks(), blocks);
     EXPECT_EQ(VQDOM_getLengthList(list), 0u);
     EXPECT_EQ(VQDOM_itemList(list, 0), 0u);
-    // A new document that takes the same number and slots is not read
-    // through the old list's remembered answers.
-    doc = VQXML_parse("<MODEL><PAR><P1/><P1/><P1/></PAR></MODEL>");
-    const VQHANDLE again = VQXML_selectNodes(VQDOM_getDocumentElement(doc), "PAR/P1");
-    EXPECT_EQ(VQDOM_getLengthList(again), 3u);
 }
 
 // Whatever order items are read in, with lengths and other lists in
@@ -233,8 +190,7 @@ TEST_F(SelectTest, ListsAnswerForTheTreeAsItIsNow) {
 TEST_F(SelectTest, ResumedReadsAgreeWithFreshEvaluation) {
     const VQHANDLE wide = VQDOM_createElement(doc, vqtest::ds(doc, "w"));
     for (int i = 0; i < 60; ++i) {
-        VQHANDLE e = VQDOM_createElement(doc, vqtest::ds(doc, i % 3 ? "k" : "o"));
-        VQDOM_appendChild(wide, e);
+        VQDOM_appendChild(wide, VQDOM_createElement(doc, vqtest::ds(doc, i % 3 ? "k" : "o")));
         VQDOM_appendChild(wide, VQDOM_createTextNode(doc, vqtest::ds(doc, "t")));
     }
     VQDOM_appendChild(root, wide);
@@ -278,15 +234,17 @@ TEST_F(SelectTest, LoopedSiblingChainsEnd) {
 }
 
 // Bad paths of every kind through both entry points (and through a list's
-// every item and length): no node, nothing recorded, every block back.
+// every item and length), and bad contexts: no node, nothing recorded,
+// every block back.
 TEST_F(SelectTest, BadPathsLeaveNoBlockBehind) {
+    // Most start with a step that matches: what follows must still spoil it.
     std::vector<std::string> paths = {
-        "",  "/", "//", "[", "]", "@", "@@", "'", "\"", "'open", "item['", "item[@id='7",
-        "item[@id='7' and", "item[@id='7' and @", "item[@id='7' and @t", "item[@id='7' and @t=",
-        "item[@id='7' and @t='x'", "item[@id='7' and 'x']", "item[@id='7' or @t='x']",
-        "item[@id=='7']", "item[@='7']", "item[1][2]", "item[99999999999]", "item[1",
-        "item(", "item()", "text(", "text()x", "a/@", "a/@id=", "\x80\xff", "a/\x80[@\x81='\x82']",
-        "a/\xc3", "\t\t", "item[@id='7' and @type='x' and @n='5' and]",
+        "", "/", "//", "[", "]", "@", "@@", "'", "\"", "\t\t", "a b", "a=b", "a/", "a/[1]", "a/@", "a/@id=",
+        "item[2", "item[2]x", "item[2]/", "item[x]", "item['7']", "item[1][2]", "item[99999999999]",
+        "item['", "item[@id=7]", "item[@id='7]", "item[@id='7'", "item[@id='7'][1]", "item[@id=='7']",
+        "item[@='7']", "item[@id='7' and", "item[@id='7' and @", "item[@id='7' and @t='x'",
+        "item[@id='7' and 'x']", "item[@id='7' or @t='x']", "item[@id='7' and @type='x' and]",
+        "item(", "item()", "a/text(", "a/texts()", "text()x", "\x80\xff", "a/\x80[@\x81='\x82']",
     };
     paths.push_back(robust::repeat("a/", 100000));
     paths.push_back(robust::repeat("a[", 100000));
@@ -306,6 +264,15 @@ TEST_F(SelectTest, BadPathsLeaveNoBlockBehind) {
     const std::string many = "item[@id='7'" + robust::repeat(" and @id='7'", 30000) + "]";
     EXPECT_EQ(describe(VQXML_selectSingleNode(root, many.c_str())), "item#4");
     EXPECT_EQ(robust::liveBlocks(), blocks);  // the lists live in the area
+    // Bad contexts: null, invalid, stale, a string, a made-up handle.
+    const VQHANDLE stale = VQXML_selectSingleNode(root, "PAR");
+    VQDOM_deleteNode(VQDOM_removeChild(root, stale));
+    for (const VQHANDLE h : {0u, 255u, stale, VQDOM_getNodeName(root), 0x12345600u | 77u}) {
+        EXPECT_EQ(VQXML_selectSingleNode(h, "item"), 0u) << h;
+        EXPECT_EQ(VQXML_selectNodes(h, "item"), 0u) << h;
+    }
+    EXPECT_EQ(VQXML_selectNodes(root, nullptr), 0u);
+    EXPECT_EQ(VQXML_selectSingleNode(root, nullptr), 0u);
     EXPECT_TRUE(vqtest::drainErrors().empty());
 }
 
@@ -315,11 +282,9 @@ TEST_F(SelectTest, PredicateBlocksAreTracedInPairs) {
     VQXML_selectSingleNode(root, "item[@id='7' and @type='x']/text()");
     int taken = 0, given = 0;
     for (const std::string &line : trace.lines()) {
-        if (line.rfind("VQXML malloc - (allocXValue) addr: ", 0) == 0 ||
-            line.rfind("VQXML malloc - (allocXExpr) addr: ", 0) == 0)
-            ++taken;
-        for (const char *f : {"selectSingleNode", "xParseEqualityExpr", "freeXExpr"})
-            if (line.rfind(std::string("VQXML free   - (") + f + ") addr: ", 0) == 0) ++given;
+        taken += line.rfind("VQXML malloc - (allocX", 0) == 0 && line.find(") addr: 0x") != std::string::npos;
+        for (const char *f : {"(selectSingleNode) addr: ", "(xParseEqualityExpr) addr: ", "(freeXExpr) addr: "})
+            given += line.rfind(std::string("VQXML free   - ") + f, 0) == 0;
     }
     // item, text, id, '7', type, 'x'; four leaves, two equalities, one "and".
     EXPECT_EQ(taken, 6 + 7);
