@@ -200,12 +200,11 @@ ListTarget followReducedPath(VQHANDLE node, const char *path) {
     }
 }
 
-// Walks the element children of `parent` named `name` from `start` (a
-// child, `steps` sibling links after the first child, that is the match
-// numbered `index`; or 0 to begin before the first child). Stops at the
-// match numbered `wanted` or at the end of the chain. The bound on the
-// whole chain counts from the first child, so that a walk resumed in the
-// middle ends exactly where a fresh one would.
+// Walks the element children of `parent` named `name`, behind the match
+// `from` names (or from the first child when it names none), to the match
+// numbered `wanted` or to the end of the chain. The bound on the chain
+// counts from the first child, so that a walk resumed in the middle ends
+// exactly where a fresh one would.
 struct Walk {
     VQHANDLE at = 0;     // the last match reached, 0 for none
     uint32_t index = 0;  // its number
