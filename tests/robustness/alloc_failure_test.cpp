@@ -380,3 +380,51 @@ TEST_F(LibraryTest, DefinitionChangesFailWholeOrChangeNothing) {
     EXPECT_GT(failed, 10);
     EXPECT_LT(failed, rounds);
 }
+
+namespace {
+
+const char kShopModel[] =
+    "<SHOP PID='1'><PAR><P1 DESC='Size' USE='M'>number</P1>"
+    "<P2 DESC='Color' VALUES='red green'>enumeration</P2><P3 DESC='When'>time</P3>"
+    "<G DESC='Grp' OCCURENCE='M'><X DESC='X' USE='M'>gyr</X><Y DESC='Y'>text</Y></G></PAR>"
+    "<DAT><D1 DESC='Result'>long</D1><R DESC='Rows' OCCURENCE='M'><V DESC='V'>time</V></R></DAT></SHOP>";
+
+// The printed text without the answer's time stamp, which changes by the
+// second.
+std::string withoutStamp(std::string text) {
+    const size_t at = text.find(" TIMESTAMP=\"");
+    if (at != std::string::npos) text.erase(at, 12 + 19 + 1);
+    return text;
+}
+
+}  // namespace
+
+TEST_F(LibraryTest, QueryAndAnswerBuildingReportEveryAllocationFailure) {
+    const char *params[] = {"Size\0" "12", "Color\0" "green", "When\0" "2024.03.05 14:07:09",
+                            "Grp(2).X\0" "Red", "Grp(2).Y\0" "y", "Grp.X\0" "1", "Grp(1).X\0" "2",
+                            nullptr};
+    const char *data[] = {"Result\0" "42", "Rows(3).V\0" "20240305140709", nullptr};
+    const char *sub[] = {"X\0" "Green", "Y\0" "long text value", nullptr};
+    VQHANDLE model = 0;
+    sweep(true, [&] { model = VQXML_parse(kShopModel); }, [&] {
+        Outcome out{"", false, {}};
+        const VQHANDLE query = VQXML_createQuery(model, params);
+        out.errors = vqtest::drainErrors();
+        const VQHANDLE answer = query != 0 ? VQXML_createAnswer(model, query, data) : 0;
+        for (const auto &e : vqtest::drainErrors()) out.errors.push_back(e);
+        const VQHANDLE grp = VQXML_getSubModel(model, 0, "Grp");
+        const VQHANDLE added = query != 0 ? VQXML_createSubQuery(grp, sub, query) : 0;
+        for (const auto &e : vqtest::drainErrors()) out.errors.push_back(e);
+        out.made = query != 0 && answer != 0 && added != 0;
+        out.text = print(query) + "|" + withoutStamp(print(answer));
+        if (out.made) {
+            char value[32];
+            VQXML_getTypedSubValue(grp, VQXML_getSubQuery(query, grp, 3), "X", 0, value, sizeof value);
+            out.text += std::string("|") + value;
+        }
+        VQDOM_deleteNode(answer);
+        VQDOM_deleteNode(query);
+        VQXML_deleteDocumentArea(model);
+        return out;
+    });
+}
