@@ -30,6 +30,7 @@ constexpr const char *kModel =
     "<T DESC='Tags' OCCURENCE='M'>text</T>"
     "<S DESC='Single'><Z DESC='Z'>text</Z></S>"
     "<L DESC='Lower' OCCURENCE='multiple'>text</L>"
+    "<E DESC='Bare'>enumeration</E>"
     "</PAR>"
     "<DAT>"
     "<D1 DESC='Result'>long</D1>"
@@ -141,6 +142,7 @@ TEST_F(QueryTest, ValuesAreCheckedAndConvertedByType) {
         {"Color", "green", "green", {}},
         {"Color", "Green", nullptr, {1001812, "Color|"}},
         {"Color", "", nullptr, {1001812, "Color|"}},
+        {"Bare", "", nullptr, {1001812, "Bare|"}},  // no VALUES: nothing passes
         {"When", "2024.03.05 14:07:09", "20240305140709", {}},
         {"When", "20240305140709", "20240305140709", {}},
         {"When", "2024-03-05 14:07:09", nullptr, {1001816, "When|2024-03-05 14:07:09|time|"}},

@@ -400,15 +400,24 @@ std::string withoutStamp(std::string text) {
 }  // namespace
 
 TEST_F(LibraryTest, QueryAndAnswerBuildingReportEveryAllocationFailure) {
-    const char *params[] = {"Size\0" "12", "Color\0" "green", "When\0" "2024.03.05 14:07:09",
-                            "Grp(2).X\0" "Red", "Grp(2).Y\0" "y", "Grp.X\0" "1", "Grp(1).X\0" "2",
-                            nullptr};
+    // Enough groups with long texts that every document area grows a few
+    // times while it is built.
+    std::vector<std::string> texts = {std::string("Size\0" "12", 8), std::string("Color\0" "green", 12),
+                                      std::string("When\0" "2024.03.05 14:07:09", 25)};
+    for (int g = 0; g < 150; ++g) {
+        const std::string at = "Grp(" + std::to_string(g) + ").";
+        texts.push_back(at + "X" + '\0' + (g % 2 ? "Red" : "1") + '\0');
+        texts.push_back(at + "Y" + '\0' + std::string(400, 'y') + '\0');
+    }
+    std::vector<const char *> params;
+    for (const std::string &t : texts) params.push_back(t.c_str());
+    params.push_back(nullptr);
     const char *data[] = {"Result\0" "42", "Rows(3).V\0" "20240305140709", nullptr};
     const char *sub[] = {"X\0" "Green", "Y\0" "long text value", nullptr};
     VQHANDLE model = 0;
     sweep(true, [&] { model = VQXML_parse(kShopModel); }, [&] {
         Outcome out{"", false, {}};
-        const VQHANDLE query = VQXML_createQuery(model, params);
+        const VQHANDLE query = VQXML_createQuery(model, params.data());
         out.errors = vqtest::drainErrors();
         const VQHANDLE answer = query != 0 ? VQXML_createAnswer(model, query, data) : 0;
         for (const auto &e : vqtest::drainErrors()) out.errors.push_back(e);
@@ -419,7 +428,7 @@ TEST_F(LibraryTest, QueryAndAnswerBuildingReportEveryAllocationFailure) {
         out.text = print(query) + "|" + withoutStamp(print(answer));
         if (out.made) {
             char value[32];
-            VQXML_getTypedSubValue(grp, VQXML_getSubQuery(query, grp, 3), "X", 0, value, sizeof value);
+            VQXML_getTypedSubValue(grp, VQXML_getSubQuery(query, grp, 150), "X", 0, value, sizeof value);
             out.text += std::string("|") + value;
         }
         VQDOM_deleteNode(answer);

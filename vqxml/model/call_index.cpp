@@ -1,5 +1,5 @@
 // call_index.cpp - child lookups by tag name and by DESC for the query and
-// answer builders.
+// answer builders and readers.
 //
 // A builder asks the same parents again and again: the model section for the
 // DESC of every entry, the new section for the occurrences of an item before
@@ -11,6 +11,12 @@
 // appends. Nothing but the builder changes the trees during its call, so the
 // file stays exact. When the index cannot get memory it is dropped and the
 // lookups walk, with the same answers.
+//
+// Readers are called once per value, so their index must outlive a call: it
+// lives in a fixed arena and is trusted only while no document has changed
+// since it was filled (the store counts every change). When the arena runs
+// out the lookups walk until the next change.
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -86,9 +92,69 @@ uint64_t hashOf(VQHANDLE parent, uint32_t kind, std::string_view name) {
     return h | 1;
 }
 
+// Where an index takes its memory. Both hand out pieces of larger blocks
+// and take nothing back one by one: an index is dropped whole.
+//
+// A builder call takes blocks from the heap and gives them all back when it
+// ends. The read index outlives calls, so it must hold no heap block (the
+// library's leak accounting would show one): it lives in a fixed arena.
+class HeapMemory {
+public:
+    void *take(size_t bytes) {
+        bytes = (bytes + 15) & ~size_t{15};
+        if (bytes > left_) {
+            const size_t size = std::max(bytes + 16, chunk_);
+            auto *block = static_cast<unsigned char *>(dbg_malloc(size, "lookupIndex"));
+            if (block == nullptr) return nullptr;
+            *reinterpret_cast<unsigned char **>(block) = blocks_;  // chain of blocks
+            blocks_ = block;
+            next_ = block + 16;
+            left_ = size - 16;
+            if (chunk_ < (size_t{1} << 24)) chunk_ *= 2;
+        }
+        void *piece = next_;
+        next_ += bytes;
+        left_ -= bytes;
+        return piece;
+    }
+    ~HeapMemory() {
+        while (blocks_ != nullptr) {
+            unsigned char *next = *reinterpret_cast<unsigned char **>(blocks_);
+            dbg_free(blocks_);
+            blocks_ = next;
+        }
+    }
+
+private:
+    unsigned char *blocks_ = nullptr;
+    unsigned char *next_ = nullptr;
+    size_t left_ = 0;
+    size_t chunk_ = size_t{64} << 10;
+};
+
+class ArenaMemory {
+public:
+    ArenaMemory() { used = 0; }
+    void *take(size_t bytes) {
+        bytes = (bytes + 15) & ~size_t{15};
+        if (bytes > kBytes - used) return nullptr;
+        void *piece = arena + used;
+        used += bytes;
+        return piece;
+    }
+
+private:
+    static constexpr size_t kBytes = size_t{16} << 20;
+    alignas(16) static inline unsigned char arena[kBytes];
+    static inline size_t used = 0;
+};
+
+template <typename Memory>
 class Index {
 public:
-    ~Index() { drop(); }
+    // lazy: a parent is filed only when asked about a second time since the
+    // index was made (a reader that alternates with changes asks once).
+    explicit Index(bool lazy) : lazy_(lazy) {}
 
     bool broken() const { return broken_; }
 
@@ -115,6 +181,7 @@ private:
     bool fileTags(VQHANDLE parent) {
         if (broken_) return false;
         if (find(parent, kTagsFiled, {}) != nullptr) return true;
+        if (firstAsk(parent, 0)) return false;
         ElementChildren children(parent);
         while (VQHANDLE c = children.next())
             if (!fileTag(parent, c)) return false;
@@ -127,10 +194,9 @@ private:
         if (s == nullptr && (s = insert(parent, kTag, tag, child)) == nullptr) return false;
         if (s->count == s->capacity) {
             const uint32_t grown = s->capacity == 0 ? 4 : s->capacity * 2;
-            auto *list = static_cast<VQHANDLE *>(dbg_malloc(grown * sizeof(VQHANDLE), "lookupIndex"));
+            auto *list = static_cast<VQHANDLE *>(memory_.take(grown * sizeof(VQHANDLE)));
             if (list == nullptr) return fail();
             if (s->count != 0) std::memcpy(list, s->list, s->count * sizeof(VQHANDLE));
-            if (s->list != nullptr) dbg_free(s->list);
             s->list = list;
             s->capacity = grown;
         }
@@ -142,6 +208,7 @@ private:
     bool fileDescs(VQHANDLE parent) {
         if (broken_) return false;
         if (find(parent, kDescsFiled, {}) != nullptr) return true;
+        if (firstAsk(parent, 1)) return false;
         ElementChildren children(parent);
         while (VQHANDLE c = children.next()) {
             const std::string_view d = descOf(c);
@@ -149,6 +216,12 @@ private:
                 return false;
         }
         return insert(parent, kDescsFiled, {}, 0) != nullptr;
+    }
+
+    bool firstAsk(VQHANDLE parent, int which) {
+        if (!lazy_ || askedOnce_[which] == parent) return false;
+        askedOnce_[which] = parent;
+        return true;
     }
 
     // A slot's name is read from its node, so the index holds no copies.
@@ -183,7 +256,7 @@ private:
 
     bool grow() {
         const uint32_t fresh = capacity_ == 0 ? 64 : capacity_ * 2;
-        auto *table = static_cast<Slot *>(dbg_malloc(sizeof(Slot) * fresh, "lookupIndex"));
+        auto *table = static_cast<Slot *>(memory_.take(sizeof(Slot) * fresh));
         if (table == nullptr) return false;
         std::memset(static_cast<void *>(table), 0, sizeof(Slot) * fresh);
         for (uint32_t i = 0; i < capacity_; ++i) {
@@ -192,7 +265,6 @@ private:
             while (table[j].hash != 0) j = (j + 1) & (fresh - 1);
             table[j] = slots_[i];
         }
-        if (slots_ != nullptr) dbg_free(slots_);
         slots_ = table;
         capacity_ = fresh;
         return true;
@@ -206,45 +278,65 @@ private:
     }
 
     void drop() {
-        for (uint32_t i = 0; i < capacity_; ++i)
-            if (slots_[i].list != nullptr) dbg_free(slots_[i].list);
-        if (slots_ != nullptr) dbg_free(slots_);
         slots_ = nullptr;
         capacity_ = used_ = 0;
     }
 
+    Memory memory_;
     Slot *slots_ = nullptr;
     uint32_t capacity_ = 0;
     uint32_t used_ = 0;
     bool broken_ = false;
+    bool lazy_;
+    VQHANDLE askedOnce_[2] = {0, 0};  // by filing kind: tags, DESCs
 };
 
-Index *active = nullptr;
+using CallIndex = Index<HeapMemory>;
+using ReadIndex = Index<ArenaMemory>;
+
+// The builder's index, while a scope lives.
+CallIndex *active = nullptr;
 int depth = 0;
-// The scope's index lives here rather than on the heap: no block to lose.
-alignas(Index) unsigned char storage[sizeof(Index)];
+alignas(CallIndex) unsigned char callStorage[sizeof(CallIndex)];
+
+// The read index: callers read a query or answer value by value, each call
+// naming a path and an occurrence. It answers as long as no document has
+// changed since it was filled (treeGeneration), and starts afresh after
+// any change.
+ReadIndex *reader = nullptr;
+uint64_t readerFilledAt = 0;
+alignas(ReadIndex) unsigned char readStorage[sizeof(ReadIndex)];
+
+ReadIndex &readIndex() {
+    if (reader == nullptr || readerFilledAt != treeGeneration) {
+        if (reader != nullptr) reader->~ReadIndex();
+        reader = new (readStorage) ReadIndex(true);
+        readerFilledAt = treeGeneration;
+    }
+    return *reader;
+}
 
 }  // namespace
 
 LookupScope::LookupScope() {
-    if (depth++ == 0) active = new (storage) Index();
+    if (depth++ == 0) active = new (callStorage) CallIndex(false);
 }
 
 LookupScope::~LookupScope() {
     if (--depth == 0) {
-        active->~Index();
+        active->~CallIndex();
         active = nullptr;
     }
 }
 
 VQHANDLE namedChild(VQHANDLE parent, std::string_view tag, long n) {
-    if (active == nullptr || liveNode(parent) == nullptr) return walkNamed(parent, tag, n);
-    return active->named(parent, tag, n);
+    if (liveNode(parent) == nullptr) return walkNamed(parent, tag, n);
+    return active != nullptr ? active->named(parent, tag, n) : readIndex().named(parent, tag, n);
 }
 
 VQHANDLE descChild(VQHANDLE parent, const char *desc) {
-    if (active == nullptr || liveNode(parent) == nullptr) return walkDesc(parent, desc);
-    return active->desc(parent, desc);
+    if (liveNode(parent) == nullptr) return walkDesc(parent, desc);
+    return active != nullptr ? active->desc(parent, desc) : readIndex().desc(parent, desc);
 }
 
 void noteAppended(VQHANDLE parent, VQHANDLE child) {

@@ -80,7 +80,7 @@ bool inValues(VQHANDLE item, const char *value, bool *noMemory) {
         *noMemory = true;
         return false;
     }
-    std::memcpy(copy, values.data(), values.size());
+    if (!values.empty()) std::memcpy(copy, values.data(), values.size());
     copy[values.size()] = '\0';
     bool found = false;
     for (char *word = copy; *word != '\0';) {

@@ -74,8 +74,8 @@ inline bool liveHandle(VQHANDLE h) {
 // Bumped whenever any document may have changed shape: an object made or
 // freed, a block given another handle, an area installed or deleted, nodes
 // linked or unlinked, a string rewritten in place. Code that keeps answers
-// between calls (the selection lists' cursors) trusts them only while this
-// stays the same.
+// between calls (the selection lists' cursors, the model layer's read
+// index) trusts them only while this stays the same.
 extern uint64_t treeGeneration;
 inline void treeChanged() { ++treeGeneration; }
 

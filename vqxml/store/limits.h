@@ -41,8 +41,13 @@ constexpr int kMaxDefaultNesting = 32;
 constexpr int64_t kMaxIndent = 63;
 
 // The largest occurrence index "(n)" a query or answer path may ask the
-// builder to create (kIllegalParameter / kIllegalData).
+// builder to create (kIllegalParameter / kIllegalData); smaller in fuzzing
+// builds, where the check is the same.
+#ifdef VQXML_FUZZ_LIMITS
+constexpr long kMaxOccurrence = 255;
+#else
 constexpr long kMaxOccurrence = 65535;
+#endif
 
 // Model levels a parameter comparison descends; deeper models compare as
 // "different" (VQXML_cmpParameters returns 1).
