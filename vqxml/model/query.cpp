@@ -80,44 +80,6 @@ void recordNotMultiple(VQHANDLE item) {
     addVqXmlError(kOccurrenceNotMultiple, tag);
 }
 
-// Removes indentation from a document: below every element whose content
-// is not mixed (no CDATA, no Text with anything but blanks, tabs, CR, LF)
-// every Text child goes. Walks without recursion, bounded by the number of
-// live objects.
-void stripIndentation(VQHANDLE document) {
-    const VQHANDLE top = documentElementOf(document);
-    int64_t budget = walkBudget(document) * 2;
-    for (VQHANDLE e = top; e != 0 && budget-- > 0;) {
-        bool mixed = false;
-        forEachChild(e, [&](VQHANDLE, const Node *c) {
-            if (c->nodeType == VQXML_CDATA_SECTION_NODE) mixed = true;
-            if (c->nodeType == VQXML_TEXT_NODE)
-                for (char ch : dsView(c->nodeValue))
-                    if (ch != ' ' && ch != '\t' && ch != '\r' && ch != '\n') mixed = true;
-            return !mixed;
-        });
-        if (!mixed)
-            forEachChild(e, [&](VQHANDLE child, const Node *c) {
-                if (c->nodeType == VQXML_TEXT_NODE) VQDOM_deleteNode(VQDOM_removeChild(e, child));
-                return true;
-            });
-        // Next element in document order: first element child, else the next
-        // element sibling of the nearest element that has one, below top.
-        VQHANDLE next = ElementChildren(e).next();
-        for (VQHANDLE up = e; next == 0 && up != top && up != 0 && budget-- > 0;) {
-            const Node *u = liveNode(up);
-            for (VQHANDLE s = u->nextSibling; next == 0 && budget-- > 0;) {
-                const Node *n = liveNode(s);
-                if (n == nullptr) break;
-                if (n->nodeType == VQXML_ELEMENT_NODE) next = s;
-                s = n->nextSibling;
-            }
-            up = u->parentNode;
-        }
-        e = next;
-    }
-}
-
 // Deletes a document that must not be handed back.
 VQHANDLE discard(VQHANDLE document) {
     VQDOM_deleteNode(document);
@@ -290,7 +252,7 @@ extern "C" VQHANDLE VQXML_createAnswer(VQHANDLE model, VQHANDLE query, const cha
     const int64_t failures = allocationFailures();
     const VQHANDLE copy = VQDOM_cloneNode(query, 1);
     if (copy == 0) return 0;
-    stripIndentation(copy);
+    VQXML_unBeautifyDocument(copy);
     LookupScope scope;
     const VQHANDLE data = VQDOM_createElement(copy, VQDOM_createDS(copy, "DAT"));
     if (data == 0) return discard(copy);
