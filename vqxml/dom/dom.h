@@ -60,6 +60,24 @@ inline Node *asNode(VQHANDLE h) {
     return n != nullptr && (n->ownerDocument & 255) == (h & 255) ? n : nullptr;
 }
 
+// The node type behind such a handle, 0 for anything else.
+inline int typeOf(VQHANDLE h) {
+    const Node *n = asNode(h);
+    return n != nullptr ? n->nodeType : 0;
+}
+
+// While a node is being deleted its owner-map field holds this mark (no map
+// handle is below 256), and its parent field holds the node whose deletion
+// reached it. Both fields are free by then: the node has been unlinked.
+constexpr VQHANDLE kBeingDeleted = 1;
+
+// A node that VQDOM_deleteNode may start on: a node, not already on its way
+// out.
+inline bool deletable(VQHANDLE h) {
+    const Node *n = asNode(h);
+    return n != nullptr && n->containingMap != kBeingDeleted;
+}
+
 template <typename T>
 inline T *asType(VQHANDLE h, int type) {
     Node *n = asNode(h);
