@@ -48,8 +48,8 @@ protected:
         const VQHANDLE map = VQDOM_getAttributes(e);
         for (uint32_t i = 0; i < VQDOM_getLengthMap(map); ++i) {
             const VQHANDLE a = VQDOM_itemMap(map, i);
-            out += (i ? " " : "") + str(VQDOM_getNodeName(a)) + (VQDOM_getSpecified(a) ? "=" : "~") +
-                   str(VQDOM_getNodeValue(a));
+            out.append(i ? " " : "").append(str(VQDOM_getNodeName(a)));
+            out.append(VQDOM_getSpecified(a) ? "=" : "~").append(str(VQDOM_getNodeValue(a)));
         }
         return out;
     }

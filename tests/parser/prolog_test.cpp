@@ -55,8 +55,10 @@ void expectFailure(const Failure &f) {
 std::string decls(VQHANDLE n) {
     const Node *r = vqxml::node(n);
     std::string out = std::to_string(r->nodeType) + ":" + str(r->nodeName);
-    for (VQHANDLE c = r->firstChild; c != 0; c = vqxml::node(c)->nextSibling)
-        out += (c == r->firstChild ? "(" : ",") + decls(c) + (vqxml::node(c)->nextSibling == 0 ? ")" : "");
+    for (VQHANDLE c = r->firstChild; c != 0; c = vqxml::node(c)->nextSibling) {
+        out.append(c == r->firstChild ? "(" : ",").append(decls(c));
+        out.append(vqxml::node(c)->nextSibling == 0 ? ")" : "");
+    }
     return out;
 }
 
@@ -138,9 +140,10 @@ TEST_F(LibraryTest, DeclarationsAsTheyAreStored) {
         std::string out;
         for (VQHANDLE c = vqxml::node(h)->firstChild; c != 0; c = vqxml::node(c)->nextSibling) {
             const CpChildren *cp = vqxml::rec<CpChildren>(c);
-            out += (c == vqxml::node(h)->firstChild ? "(" : ",") + std::to_string(cp->separator) + ":" +
-                   std::to_string(cp->occurrence) + ":" + str(VQDOM_getNodeName(c)) + self(self, c) +
-                   (vqxml::node(c)->nextSibling == 0 ? ")" : "");
+            out.append(c == vqxml::node(h)->firstChild ? "(" : ",").append(std::to_string(cp->separator));
+            out.append(":").append(std::to_string(cp->occurrence)).append(":");
+            out.append(str(VQDOM_getNodeName(c))).append(self(self, c));
+            out.append(vqxml::node(c)->nextSibling == 0 ? ")" : "");
         }
         return out;
     };

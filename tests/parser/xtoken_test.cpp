@@ -19,7 +19,7 @@ std::vector<std::string> tokens(const char *text) {
         XToken t;
         const char *next = nextXToken(text, &t);
         std::string item = std::to_string(t.kind) + ":" + std::to_string(t.value);
-        if (t.kind == 1 || t.kind == 4) item += ":" + std::string(t.start, t.value);
+        if (t.kind == 1 || t.kind == 4) item.append(":").append(t.start, t.value);
         out.push_back(item);
         if (t.kind <= 0) return out;
         text = next;

@@ -43,9 +43,12 @@ std::string sampleDocument() {
         "<!NOTATION n SYSTEM 'n'>\n"
         "<!-- c --><?pi d?>\n"
         "]>\n<r";
-    for (int i = 0; i < 40; ++i) text += " a" + std::to_string(i) + "='" + std::to_string(i) + "'";
-    text += ">" + std::string(300, 't') + "&lt;&g;" + std::string(200, 'u') + robust::repeat("<n>", 80);
-    text += "<![CDATA[" + std::string(150, 'c') + "]]><!--z--><?q r?>" + robust::repeat("</n>", 80);
+    for (int i = 0; i < 40; ++i) {
+        const std::string n = std::to_string(i);
+        text.append(" a").append(n).append("='").append(n).append("'");
+    }
+    text.append(">").append(300, 't').append("&lt;&g;").append(200, 'u').append(robust::repeat("<n>", 80));
+    text.append("<![CDATA[").append(150, 'c').append("]]><!--z--><?q r?>").append(robust::repeat("</n>", 80));
     return text + robust::repeat("&e;", 60) + "&deep;<e/><e k='own'/></r>\n";
 }
 

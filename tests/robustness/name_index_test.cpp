@@ -126,7 +126,7 @@ TEST_F(LibraryTest, MapIndexAnswersAsTheSearchFromTheFront) {
         const VQHANDLE map = VQDOM_getAttributes(VQDOM_createElement(doc, ds(doc, "e")));
         const vqxml::MapIndexScope scope;
         for (int step = 0; step < 400; ++step) {
-            const std::string name = "n" + std::to_string(random() % 150);
+            const std::string name = std::string("n").append(std::to_string(random() % 150));
             if (random() % 5 == 0) {
                 // Removals do not happen in a parse; the index must still
                 // never answer wrongly.
@@ -137,7 +137,7 @@ TEST_F(LibraryTest, MapIndexAnswersAsTheSearchFromTheFront) {
             vqtest::drainErrors();
             for (int probe = 0; probe < 150; probe += 7) {
                 // The search from the front of the map.
-                const std::string wanted = "n" + std::to_string(probe);
+                const std::string wanted = std::string("n").append(std::to_string(probe));
                 VQHANDLE searched = 0;
                 for (VQHANDLE it = vqxml::rec<NamedNodeMap>(map)->firstItem; it != 0 && searched == 0;
                      it = vqxml::rec<ListItem>(it)->nextItem) {

@@ -107,8 +107,10 @@ std::string DocumentTest::kids(VQHANDLE parent) {
     std::string out;
     for (VQHANDLE c = VQDOM_getFirstChild(parent); c != 0; c = VQDOM_getNextSibling(c)) {
         if (!out.empty()) out += ' ';
-        out += VQDOM_getNodeType(c) == VQXML_TEXT_NODE ? "'" + str(VQDOM_getNodeValue(c)) + "'"
-                                                       : str(VQDOM_getNodeName(c));
+        if (VQDOM_getNodeType(c) == VQXML_TEXT_NODE)
+            out.append("'").append(str(VQDOM_getNodeValue(c))).append("'");
+        else
+            out += str(VQDOM_getNodeName(c));
     }
     return out;
 }

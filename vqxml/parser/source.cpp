@@ -513,11 +513,15 @@ extern "C" void addParseError(int32_t line, int64_t code, char *argument) {
     const int prefix = std::snprintf(text, sizeof text, "%d|", line);
     if (argument != nullptr) {
         // The record holds 256 bytes with the closing '|' and NUL.
+        // A longer argument is cut in the caller's buffer, at the first byte
+        // past the room; the scan reaches that byte only inside the string.
         const size_t room = 254 - static_cast<size_t>(prefix);
-        size_t length = strnlen(argument, room + 1);
-        if (length > room) {
-            argument[room] = '\0';
-            length = room;
+        size_t length = 0;
+        for (char *p = argument; *p != '\0'; ++p, ++length) {
+            if (length == room) {
+                *p = '\0';
+                break;
+            }
         }
         std::memcpy(text + prefix, argument, length);
         text[static_cast<size_t>(prefix) + length] = '\0';
