@@ -32,6 +32,18 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* ---- version ------------------------------------------------------------ */
+
+/* The package version. The build reads it from here, so the installed CMake
+ * package, vqxml.pc and the library's file names always agree with it. */
+#define VQXML_VERSION_MAJOR 0
+#define VQXML_VERSION_MINOR 1
+#define VQXML_VERSION_PATCH 0
+#define VQXML_VERSION_STRING "0.1.0"
+/* One number for comparisons: major * 10000 + minor * 100 + patch. */
+#define VQXML_VERSION \
+    (VQXML_VERSION_MAJOR * 10000 + VQXML_VERSION_MINOR * 100 + VQXML_VERSION_PATCH)
+
 #if defined(_WIN32)
 #define VQXML_API
 #else
