@@ -16,20 +16,6 @@
 #include "input.h"
 #include "vqxml/vqxml.h"
 
-// Commands whose library functions are switched on in tools/CMakeLists.txt.
-#ifndef VQXML_TOOL_SELECT
-#define VQXML_TOOL_SELECT 0
-#endif
-#ifndef VQXML_TOOL_QUERY
-#define VQXML_TOOL_QUERY 0
-#endif
-#ifndef VQXML_TOOL_IMAGE
-#define VQXML_TOOL_IMAGE 0
-#endif
-#ifndef VQXML_TOOL_INDENT
-#define VQXML_TOOL_INDENT 0
-#endif
-
 namespace {
 
 using Args = std::vector<std::string>;
@@ -69,11 +55,6 @@ void err(const std::string &line) { std::fprintf(stderr, "vqxml: %s\n", line.c_s
 
 int usageError(const std::string &line) {
     err(line + " (see vqxml --help)");
-    return kUsage;
-}
-
-int notInThisBuild(const char *what, const char *function) {
-    std::fprintf(stderr, "vqxml: %s is not available yet: this build's library has no %s\n", what, function);
     return kUsage;
 }
 
@@ -152,7 +133,6 @@ std::string printed(VQHANDLE node, Print print) {
 
 std::string compact(VQHANDLE node) { return printed(node, VQXML_printNode); }
 
-#if VQXML_TOOL_SELECT
 // The text of a DOM string.
 std::string dsText(VQHANDLE ds) {
     const int64_t length = VQDOM_lenDS(ds);
@@ -161,7 +141,6 @@ std::string dsText(VQHANDLE ds) {
     text.resize(std::strlen(text.c_str()));
     return text;
 }
-#endif
 
 void writeOut(const std::string &text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
@@ -207,7 +186,6 @@ int runCheck(const Args &args) {
 
 // ---- format --------------------------------------------------------------------
 
-#if VQXML_TOOL_INDENT
 // The document with its document element indented. Pretty-printing a
 // document node indents nothing below it, so the document's own text (its
 // declaration and children, "\r\n" between them) is put together here with
@@ -233,7 +211,6 @@ std::string indented(VQHANDLE doc) {
     }
     return out;
 }
-#endif
 
 int runFormat(const Args &args) {
     bool indent = false;
@@ -247,22 +224,14 @@ int runFormat(const Args &args) {
             file = a;
     }
     if (file.empty()) return usageError("format: no file given");
-#if !VQXML_TOOL_INDENT
-    if (indent) return notInThisBuild("format --indent", "VQXML_printBeautifyNode");
-#endif
     const Document doc(parseFile(file));
     if (doc.handle == 0) return kFailed;
-#if VQXML_TOOL_INDENT
     writeDocument(indent ? indented(doc.handle) : compact(doc.handle));
-#else
-    writeDocument(compact(doc.handle));
-#endif
     return kOk;
 }
 
 // ---- select --------------------------------------------------------------------
 
-#if VQXML_TOOL_SELECT
 // An element prints as XML, an attribute or a text node as its value.
 std::string selected(VQHANDLE node) {
     const int32_t type = VQDOM_getNodeType(node);
@@ -270,13 +239,9 @@ std::string selected(VQHANDLE node) {
         return dsText(VQDOM_getNodeValue(node));
     return compact(node);
 }
-#endif
 
 int runSelect(const Args &args) {
     if (args.size() < 2) return usageError("select: a path and at least one file are needed");
-#if !VQXML_TOOL_SELECT
-    return notInThisBuild("select", "VQXML_selectNodes");
-#else
     const std::string &path = args[0];
     const bool named = args.size() > 2;
     int status = kFailed;
@@ -307,12 +272,10 @@ int runSelect(const Args &args) {
         drainMessages(stderr, args[f]);
     }
     return broken ? kFailed : status;
-#endif
 }
 
 // ---- query and answer ------------------------------------------------------------
 
-#if VQXML_TOOL_QUERY
 // Builds with `build`, reports every rejected entry, prints the document.
 template <typename Build>
 int buildAndPrint(const std::vector<std::string> &entries, Build build) {
@@ -328,35 +291,26 @@ int buildAndPrint(const std::vector<std::string> &entries, Build build) {
     writeDocument(compact(built.handle));
     return kOk;
 }
-#endif
 
 int runQuery(const Args &args) {
     if (args.empty()) return usageError("query: no model given");
     std::vector<std::string> entries;
     if (!entryList(args, 1, entries)) return kUsage;
-#if !VQXML_TOOL_QUERY
-    return notInThisBuild("query", "VQXML_createQuery");
-#else
     const Document model(parseFile(args[0]));
     if (model.handle == 0) return kFailed;
     return buildAndPrint(entries, [&](const char **list) { return VQXML_createQuery(model.handle, list); });
-#endif
 }
 
 int runAnswer(const Args &args) {
     if (args.size() < 2) return usageError("answer: a model and a query are needed");
     std::vector<std::string> entries;
     if (!entryList(args, 2, entries)) return kUsage;
-#if !VQXML_TOOL_QUERY
-    return notInThisBuild("answer", "VQXML_createAnswer");
-#else
     const Document model(parseFile(args[0]));
     if (model.handle == 0) return kFailed;
     const Document query(parseFile(args[1]));
     if (query.handle == 0) return kFailed;
     return buildAndPrint(entries,
                          [&](const char **list) { return VQXML_createAnswer(model.handle, query.handle, list); });
-#endif
 }
 
 // ---- image ---------------------------------------------------------------------
@@ -366,9 +320,6 @@ int runImage(const Args &args) {
     const bool load = !args.empty() && args[0] == "load";
     if (!(save && args.size() == 3) && !(load && args.size() == 2))
         return usageError("image: use \"image save FILE OUT\" or \"image load IN\"");
-#if !VQXML_TOOL_IMAGE
-    return notInThisBuild("image", "VQXML_streamOut");
-#else
     if (save) {
         const Document doc(parseFile(args[1]));
         if (doc.handle == 0) return kFailed;
@@ -411,7 +362,7 @@ int runImage(const Args &args) {
     std::memcpy(&number, in.bytes.data(), sizeof number);
     if (!VQXML_documentLoaded(block)) {  // the block is consumed either way
         drainMessages(stderr, args[1]);
-        err(args[1] + ": not loaded");
+        err(args[1] + ": not loaded: not an area image that this build of the library wrote");
         return kFailed;
     }
     // The document node is the first object of its area.
@@ -423,7 +374,6 @@ int runImage(const Args &args) {
     }
     writeDocument(compact(doc.handle));
     return kOk;
-#endif
 }
 
 // ---- stats ---------------------------------------------------------------------
