@@ -38,7 +38,8 @@ VQHANDLE attributeMapOf(VQHANDLE element) {
 VQHANDLE itemNamed(VQHANDLE map, std::string_view name) {
     if (VQHANDLE found; indexedItem(map, name, &found)) return found;
     const NamedNodeMap *m = aux<NamedNodeMap>(map);
-    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0;) {
+    StepBound steps(map);
+    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0 && steps.take();) {
         const ListItem *item = aux<ListItem>(it);
         if (item == nullptr) return 0;
         const Node *n = asNode(item->node);
@@ -76,7 +77,8 @@ void leaveOldMap(VQHANDLE h) {
     const VQHANDLE map = n->containingMap;
     n->containingMap = 0;
     const NamedNodeMap *m = aux<NamedNodeMap>(map);
-    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0;) {
+    StepBound steps(map);
+    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0 && steps.take();) {
         const ListItem *item = aux<ListItem>(it);
         if (item == nullptr) return;
         if (item->node == h) {
@@ -245,7 +247,8 @@ extern "C" VQHANDLE VQDOM_removeNamedItemStr(VQHANDLE map, const char *name) {
 extern "C" VQHANDLE VQDOM_itemMap(VQHANDLE map, uint64_t index) {
     const NamedNodeMap *m = aux<NamedNodeMap>(map);
     uint64_t i = 0;
-    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0; ++i) {
+    StepBound steps(map);
+    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0 && steps.take(); ++i) {
         const ListItem *item = aux<ListItem>(it);
         if (item == nullptr) return 0;
         if (i == index) return item->node;
@@ -257,7 +260,8 @@ extern "C" VQHANDLE VQDOM_itemMap(VQHANDLE map, uint64_t index) {
 extern "C" uint32_t VQDOM_getLengthMap(VQHANDLE map) {
     const NamedNodeMap *m = aux<NamedNodeMap>(map);
     uint32_t count = 0;
-    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0; ++count) {
+    StepBound steps(map);
+    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0 && steps.take(); ++count) {
         const ListItem *item = aux<ListItem>(it);
         if (item == nullptr) break;
         it = item->nextItem;
@@ -274,7 +278,8 @@ extern "C" VQHANDLE VQDOM_itemList(VQHANDLE list, uint64_t index) {
     if (owner == nullptr) return 0;
     if (l->tagName == 0) {
         uint64_t i = 0;
-        for (VQHANDLE c = owner->firstChild; const Node *n = asNode(c); c = n->nextSibling, ++i)
+        StepBound steps(list);
+        for (VQHANDLE c = owner->firstChild; steps.take() && asNode(c) != nullptr; c = asNode(c)->nextSibling, ++i)
             if (i == index) return c;
         return 0;
     }
@@ -294,7 +299,9 @@ extern "C" uint32_t VQDOM_getLengthList(VQHANDLE list) {
     if (owner == nullptr) return 0;
     if (l->tagName == 0) {
         uint32_t count = 0;
-        for (VQHANDLE c = owner->firstChild; const Node *n = asNode(c); c = n->nextSibling) ++count;
+        StepBound steps(list);
+        for (VQHANDLE c = owner->firstChild; steps.take() && asNode(c) != nullptr; c = asNode(c)->nextSibling)
+            ++count;
         return count;
     }
     // The search for a match that is never reached counts them all.
@@ -403,14 +410,15 @@ extern "C" void addDefaultAttributes(VQHANDLE element) {
             return;
         }
     }
-    for (VQHANDLE decl = getFirstMarkupDecl(doctype, VQXML_ATTLIST_DECL_NODE); decl != 0;
+    StepBound steps(doctype);
+    for (VQHANDLE decl = getFirstMarkupDecl(doctype, VQXML_ATTLIST_DECL_NODE); decl != 0 && steps.take();
          decl = getNextMarkupDecl(decl)) {
         const VQHANDLE declName = asNode(decl)->nodeName;
         const VQHANDLE elementName = asNode(element)->nodeName;
         if (!liveHandle(declName) || !liveHandle(elementName) ||
             dsView(declName) != dsView(elementName))
             continue;
-        for (VQHANDLE def = asNode(decl)->firstChild; asNode(def) != nullptr;
+        for (VQHANDLE def = asNode(decl)->firstChild; steps.take() && asNode(def) != nullptr;
              def = asNode(def)->nextSibling) {
             if (asNode(def)->nodeType == VQXML_ATT_DEF_NODE) setDefaultAttribute(element, def);
         }

@@ -9,6 +9,7 @@
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 namespace vqxml {
 namespace {
@@ -55,7 +56,8 @@ VQHANDLE startClone(VQHANDLE source, VQHANDLE targetDoc) {
 // undeclared there.
 void recomputeValues(VQHANDLE clone, VQHANDLE targetDoc) {
     const NamedNodeMap *m = aux<NamedNodeMap>(asNode(clone)->attributes);
-    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0;) {
+    StepBound steps(clone);
+    for (VQHANDLE it = m != nullptr ? m->firstItem : 0; it != 0 && steps.take();) {
         const ListItem *item = aux<ListItem>(it);
         if (item == nullptr) break;
         const VQHANDLE next = item->nextItem;
@@ -300,7 +302,8 @@ extern "C" VQHANDLE VQDOM_cloneNode(VQHANDLE h, int deep) {
         }
     }
     if (deep) {
-        for (VQHANDLE c = asNode(h)->firstChild; asNode(c) != nullptr; c = asNode(c)->nextSibling)
+        StepBound steps(h);
+        for (VQHANDLE c = asNode(h)->firstChild; steps.take() && asNode(c) != nullptr; c = asNode(c)->nextSibling)
             VQDOM_appendChild(doc, VQDOM_cloneNodeDoc(c, 1, doc));
     }
     return doc;
@@ -333,6 +336,9 @@ extern "C" VQHANDLE VQDOM_cloneNodeDoc(VQHANDLE h, int deep, VQHANDLE targetDoc)
     const CloneNesting nesting;
     CloneStack stack;
     stack.push(h, deep != 0);
+    // A sound source takes a few steps per object (its start, each child or
+    // attribute handed on, its end); a source whose links loop runs out.
+    StepBound steps(h, 8);
     while (true) {
         bool pushFailed = false;
         CloneFrame &f = stack.top();
@@ -342,9 +348,10 @@ extern "C" VQHANDLE VQDOM_cloneNodeDoc(VQHANDLE h, int deep, VQHANDLE targetDoc)
             meter->left -= areaBytes(targetDoc) - before;
             if (meter->left < 0) meter->spent = true;
         }
-        if (pushFailed || (meter != nullptr && meter->spent)) {
-            // Out of memory for frames, or over the meter: every clone under
-            // way is unlinked and goes; the copy fails as a whole.
+        if (pushFailed || (meter != nullptr && meter->spent) || !steps.take()) {
+            // Out of memory for frames, over the meter, or a source linked
+            // into a loop: every clone under way is unlinked and goes; the
+            // copy fails as a whole.
             for (size_t i = stack.size(); i-- > 0;) VQDOM_deleteNode(stack.at(i).clone);
             return 0;
         }

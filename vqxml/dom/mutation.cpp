@@ -113,10 +113,11 @@ bool holdsOnlyText(const Node *n) {
 bool mayHoldNodes(const Node *n) {
     if (!holdsOnlyText(n)) return true;
     const NamedNodeMap *m = aux<NamedNodeMap>(n->attributes);
+    StepBound steps(n->attributes);
     for (const ListItem *item = m != nullptr ? aux<ListItem>(m->firstItem) : nullptr; item != nullptr;
          item = aux<ListItem>(item->nextItem)) {
         const Node *a = asNode(item->node);
-        if (a != nullptr && !holdsOnlyText(a)) return true;
+        if (!steps.take() || (a != nullptr && !holdsOnlyText(a))) return true;
     }
     return false;
 }
@@ -152,7 +153,8 @@ void leaveMap(VQHANDLE h) {
     n->containingMap = 0;
     NamedNodeMap *m = aux<NamedNodeMap>(map);
     if (m == nullptr) return;
-    for (VQHANDLE it = m->firstItem; it != 0;) {
+    StepBound steps(map);
+    for (VQHANDLE it = m->firstItem; it != 0 && steps.take();) {
         ListItem *item = aux<ListItem>(it);
         if (item == nullptr) return;
         if (item->node != h) {
@@ -239,14 +241,20 @@ bool isText(VQHANDLE h) { return typeOf(h) == VQXML_TEXT_NODE; }
 // run is joined in one new block moved under the first node's value handle
 // (as an append does), so a run of any length costs linear time; holders of
 // that handle see the merged text. The followers' values and nodes go.
+// A run is at most as long as the document has objects, and never comes
+// back to `text` itself, however its links are damaged.
 void mergeRun(VQHANDLE text) {
     if (!isText(asNode(text)->nextSibling)) return;
+    auto follower = [text](StepBound &steps) {
+        const VQHANDLE s = asNode(text)->nextSibling;
+        return s != text && isText(s) && steps.take() ? s : 0;
+    };
     const VQHANDLE value = asNode(text)->nodeValue;
     if (!liveHandle(value)) {
         // Nothing to append to: each follower goes through the plain
         // append, which reports the missing value and drops the data.
-        while (isText(asNode(text)->nextSibling)) {
-            const VQHANDLE sibling = asNode(text)->nextSibling;
+        StepBound steps(text);
+        while (const VQHANDLE sibling = follower(steps)) {
             const VQHANDLE data = asNode(sibling)->nodeValue;
             asNode(sibling)->nodeValue = 0;
             VQDOM_appendData(text, data);
@@ -254,8 +262,13 @@ void mergeRun(VQHANDLE text) {
         }
         return;
     }
+    // The run as far as it goes before it meets `text` again or runs out of
+    // steps; exactly those followers are joined and deleted.
     size_t total = dsView(value).size();
-    for (VQHANDLE s = asNode(text)->nextSibling; isText(s); s = asNode(s)->nextSibling)
+    int64_t followers = 0;
+    StepBound counting(text);
+    for (VQHANDLE s = asNode(text)->nextSibling; s != text && isText(s) && counting.take();
+         s = asNode(s)->nextSibling, ++followers)
         total += dsView(asNode(s)->nodeValue).size();
     const VQHANDLE joined = allocDS(text, static_cast<int64_t>(total) + 1);
     if (joined == 0) return;
@@ -263,7 +276,8 @@ void mergeRun(VQHANDLE text) {
     const std::string_view head = dsView(value);
     std::memcpy(out, head.data(), head.size());
     out += head.size();
-    for (VQHANDLE s = asNode(text)->nextSibling; isText(s); s = asNode(s)->nextSibling) {
+    VQHANDLE s = asNode(text)->nextSibling;
+    for (int64_t i = 0; i < followers; ++i, s = asNode(s)->nextSibling) {
         const std::string_view piece = dsView(asNode(s)->nodeValue);
         std::memcpy(out, piece.data(), piece.size());
         out += piece.size();
@@ -271,8 +285,9 @@ void mergeRun(VQHANDLE text) {
     *out = '\0';
     changeHandle(value, joined);
     myFree(joined);  // now names the old text
-    while (isText(asNode(text)->nextSibling)) {
+    for (int64_t i = 0; i < followers && isText(asNode(text)->nextSibling); ++i) {
         const VQHANDLE sibling = asNode(text)->nextSibling;
+        if (sibling == text) break;
         const VQHANDLE data = asNode(sibling)->nodeValue;
         asNode(sibling)->nodeValue = 0;
         VQDOM_deleteDS(data);

@@ -13,6 +13,7 @@
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 using namespace vqxml;
 
@@ -43,7 +44,8 @@ int64_t directText(VQHANDLE child, char *buf, int64_t cap) {
     char *cursor = buf;
     int64_t remaining = cap;
     int64_t total = 0;
-    for (const Node *c; (c = liveNode(child)) != nullptr; child = c->nextSibling) {
+    StepBound steps(child);
+    for (const Node *c; steps.take() && (c = liveNode(child)) != nullptr; child = c->nextSibling) {
         if (c->nodeType != VQXML_TEXT_NODE && c->nodeType != VQXML_CDATA_SECTION_NODE) continue;
         const int64_t n = VQDOM_cpyDS(c->nodeValue, cursor, remaining);
         if (n <= remaining) {
@@ -103,15 +105,22 @@ private:
 // gathering gives, where each container's text is placed like one piece:
 // a piece that does not fit in the room left does not move the cursor, so
 // a later, shorter piece is written over it. Every level ends at the same
-// buffer end, which is why one cursor (pos) serves all of them.
+// buffer end, which is why one cursor (pos) serves all of them. A tree
+// linked into a loop ends the text once the walk has taken as many steps
+// as the document has objects.
 int64_t containerText(VQHANDLE root, char *buf, int64_t cap) {
     FrameStack open;
     int64_t pos = 0;    // cursor, as an offset into buf
     int64_t total = 0;  // length of all text met so far
     open.push({root, 0, 0});
     VQHANDLE next = node(root)->firstChild;
+    StepBound steps(root);
     for (;;) {
         if (const Node *c = liveNode(next)) {
+            if (!steps.take()) {
+                terminate(buf + pos, cap - pos);
+                return total;
+            }
             const int type = c->nodeType;
             if (type == VQXML_PROCESSING_INSTRUCTION_NODE || type == VQXML_COMMENT_NODE) {
                 next = c->nextSibling;
@@ -239,7 +248,8 @@ extern "C" VQHANDLE VQDOM_getTagName(VQHANDLE h) { return VQDOM_getNodeName(h); 
 extern "C" VQHANDLE VQDOM_getDocumentFragmentElement(VQHANDLE h) {
     const Node *n = liveNode(h);
     VQHANDLE child = n != nullptr ? n->firstChild : 0;
-    for (const Node *c; (c = liveNode(child)) != nullptr; child = c->nextSibling)
+    StepBound steps(h);
+    for (const Node *c; steps.take() && (c = liveNode(child)) != nullptr; child = c->nextSibling)
         if (c->nodeType == VQXML_ELEMENT_NODE) return child;
     return 0;
 }

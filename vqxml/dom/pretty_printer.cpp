@@ -16,10 +16,13 @@
 //
 // Depth: the element tree is walked along parent, first-child and
 // next-sibling links, so any depth prints in constant stack; see
-// serializer.cpp for why the bytes equal those of a recursive writer.
+// serializer.cpp for why the bytes equal those of a recursive writer. The
+// walk counts its steps against the document's live objects, so a tree
+// linked into a loop ends the output early.
 #include "vqxml/dom/printer.h"
 #include "vqxml/store/limits.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 namespace {
 
@@ -87,6 +90,7 @@ void prettyNode(PrintTarget &out, VQHANDLE root, int64_t indent) {
         }
         return;
     }
+    vqxml::StepBound steps(root, 2);
     VQHANDLE h = root;
     for (;;) {
         const Node *n = head(h);
@@ -94,6 +98,7 @@ void prettyNode(PrintTarget &out, VQHANDLE root, int64_t indent) {
             if (writeStartTag(out, h, indent)) {
                 const VQHANDLE child = linkedChild(h, head(h)->firstChild);
                 if (child != 0) {
+                    if (!steps.take()) return;
                     h = child;
                     indent += 2;
                     continue;
@@ -111,7 +116,7 @@ void prettyNode(PrintTarget &out, VQHANDLE root, int64_t indent) {
         // h is written: on to its next sibling, ending every element whose
         // last child this was.
         for (;;) {
-            if (h == root) return;
+            if (h == root || !steps.take()) return;
             const VQHANDLE parent = head(h)->parentNode;
             const int lastType = head(h)->nodeType;
             const VQHANDLE next = linkedChild(parent, head(h)->nextSibling);

@@ -7,7 +7,10 @@
 // short buffer by a result that is not smaller than the size it gave.
 //
 // Depth: trees are walked along their parent, first-child and next-sibling
-// links, never by recursion, so any nesting prints in constant stack. The
+// links, never by recursion, so any nesting prints in constant stack. Every
+// walk counts its steps against the document's live objects, so links that
+// a damaged image or a caller fault turned into a loop end the output
+// early instead of never. The
 // bytes are those of a writer that recursed per child: each piece is offered
 // the outer capacity less everything counted before it (the target keeps
 // that count), and the NUL a recursive call stores when its capacity exceeds
@@ -21,6 +24,7 @@
 #include "vqxml/store/char_class.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 namespace {
 
@@ -92,7 +96,8 @@ void writeAttValue(PrintTarget &out, VQHANDLE attribute) {
     const Node *a = head(attribute);
     if (a == nullptr) return;
     out.character('"');
-    for (VQHANDLE c = linkedChild(attribute, a->firstChild); c != 0;
+    vqxml::StepBound steps(attribute);
+    for (VQHANDLE c = linkedChild(attribute, a->firstChild); c != 0 && steps.take();
          c = linkedChild(attribute, head(c)->nextSibling)) {
         const Node *child = head(c);
         if (child->nodeType == kText) {
@@ -111,7 +116,8 @@ void writeAttributes(PrintTarget &out, VQHANDLE element) {
     if (e == nullptr) return;
     const auto *map = aux<NamedNodeMap>(e->attributes);
     if (map == nullptr) return;
-    for (const ListItem *item = aux<ListItem>(map->firstItem); item != nullptr;
+    vqxml::StepBound steps(element);
+    for (const ListItem *item = aux<ListItem>(map->firstItem); item != nullptr && steps.take();
          item = aux<ListItem>(item->nextItem)) {
         const VQHANDLE h = item->node;
         const Node *a = head(h);
@@ -243,8 +249,10 @@ VQHANDLE groupMember(VQHANDLE parent, VQHANDLE h) {
 // Walked iteratively: content models built through the DOM may nest deeply.
 void writeContentModel(PrintTarget &out, VQHANDLE root) {
     if (particle(root) == nullptr) return;
+    vqxml::StepBound steps(root, 2);
     VQHANDLE h = root;
     for (;;) {
+        if (!steps.take()) return;
         const CpChildren *p = particle(h);
         const uint8_t separator = p->separator;
         if (separator == '|' || separator == ',') {
@@ -261,7 +269,7 @@ void writeContentModel(PrintTarget &out, VQHANDLE root) {
         writeOccurrence(out, p);
         // Done with h: on to its next sibling, closing finished groups.
         for (;;) {
-            if (h == root) return;
+            if (h == root || !steps.take()) return;
             const VQHANDLE parent = particle(h)->node.parentNode;
             const CpChildren *group = particle(parent);
             const VQHANDLE next = groupMember(parent, particle(h)->node.nextSibling);
@@ -301,7 +309,8 @@ void writeAttType(PrintTarget &out, VQHANDLE def, uint16_t type) {
     if (type == 1) {
         out.character('(');
         bool first = true;
-        for (VQHANDLE c = linkedChild(def, head(def)->firstChild); c != 0;
+        vqxml::StepBound steps(def);
+        for (VQHANDLE c = linkedChild(def, head(def)->firstChild); c != 0 && steps.take();
              c = linkedChild(def, head(c)->nextSibling)) {
             if (!first) out.character('|');
             first = false;
@@ -333,7 +342,8 @@ void writeAttlistDecl(PrintTarget &out, VQHANDLE decl) {
     if (a == nullptr) return;
     out.literal("<!ATTLIST ");
     out.piece(a->node.nodeName);
-    for (VQHANDLE c = linkedChild(decl, a->node.firstChild); c != 0;
+    vqxml::StepBound steps(decl);
+    for (VQHANDLE c = linkedChild(decl, a->node.firstChild); c != 0 && steps.take();
          c = linkedChild(decl, head(c)->nextSibling)) {
         const AttDef *def = typed<AttDef>(c, kAttDef);
         if (def == nullptr) continue;
@@ -447,8 +457,9 @@ void writeClose(PrintTarget &out, VQHANDLE h) {
 // each declaration and passes over references that have lost their name.
 VQHANDLE nextChild(PrintTarget &out, VQHANDLE parent, VQHANDLE h, bool first) {
     const int parentType = head(parent)->nodeType;
+    vqxml::StepBound steps(parent);
     for (;;) {
-        h = linkedChild(parent, h);
+        h = steps.take() ? linkedChild(parent, h) : 0;
         if (h == 0) return 0;
         const Node *n = head(h);
         if (parentType == kDocType) {
@@ -468,11 +479,13 @@ VQHANDLE nextChild(PrintTarget &out, VQHANDLE parent, VQHANDLE h, bool first) {
 // printDocumentType, which ends without the NUL that printNodeEx adds.
 void walk(PrintTarget &out, VQHANDLE root, bool terminateRoot) {
     if (head(root) == nullptr) return;
+    vqxml::StepBound steps(root, 2);
     VQHANDLE h = root;
     for (;;) {
         if (writeOpen(out, h)) {
             const VQHANDLE child = nextChild(out, h, head(h)->firstChild, true);
             if (child != 0) {
+                if (!steps.take()) return;
                 h = child;
                 continue;
             }
@@ -482,7 +495,7 @@ void walk(PrintTarget &out, VQHANDLE root, bool terminateRoot) {
         // h is written: go on with its next sibling, closing every container
         // whose last child this was.
         for (;;) {
-            if (h == root) return;
+            if (h == root || !steps.take()) return;
             const VQHANDLE parent = head(h)->parentNode;
             const VQHANDLE next = nextChild(out, parent, head(h)->nextSibling, false);
             if (next != 0) {

@@ -92,7 +92,8 @@ VQHANDLE allocRecord(VQHANDLE document, int32_t bytes, const char *name) {
 VQHANDLE firstChildOfType(VQHANDLE parent, int type) {
     if (typedNode(parent) == nullptr) return 0;
     if (VQHANDLE found; indexedChildOfType(parent, type, &found)) return found;
-    for (VQHANDLE c = node(parent)->firstChild; typedNode(c) != nullptr; c = node(c)->nextSibling)
+    StepBound steps(parent);
+    for (VQHANDLE c = node(parent)->firstChild; steps.take() && typedNode(c) != nullptr; c = node(c)->nextSibling)
         if (node(c)->nodeType == type) return c;
     return 0;
 }
@@ -101,12 +102,13 @@ VQHANDLE firstChildOfType(VQHANDLE parent, int type) {
 // looking one level into EntityReference nodes when `descend` is set (the
 // declarations that a parameter entity brought in hang below its reference).
 VQHANDLE searchDecls(VQHANDLE first, int type, bool descend) {
-    for (VQHANDLE h = first; typedNode(h) != nullptr; h = node(h)->nextSibling) {
+    StepBound steps(first);
+    for (VQHANDLE h = first; steps.take() && typedNode(h) != nullptr; h = node(h)->nextSibling) {
         const Node *n = node(h);
         if (n->nodeType == type) return h;
         if (descend && n->nodeType == VQXML_ENTITY_REFERENCE_NODE) {
             VQHANDLE inner = n->firstChild;
-            for (; typedNode(inner) != nullptr; inner = node(inner)->nextSibling)
+            for (; steps.take() && typedNode(inner) != nullptr; inner = node(inner)->nextSibling)
                 if (node(inner)->nodeType == type) return inner;
         }
     }
@@ -150,10 +152,11 @@ VQHANDLE findAttDefIn(VQHANDLE doctype, Name elementName, Name attributeName) {
     if (VQHANDLE found; viewOf(elementName, &element) && viewOf(attributeName, &attribute) &&
                         indexedAttDef(dt, element, attribute, &found))
         return found;
-    for (VQHANDLE list = getFirstMarkupDecl(dt, VQXML_ATTLIST_DECL_NODE); list != 0;
+    StepBound steps(dt);
+    for (VQHANDLE list = getFirstMarkupDecl(dt, VQXML_ATTLIST_DECL_NODE); list != 0 && steps.take();
          list = getNextMarkupDecl(list)) {
         if (!nameIs(list, elementName)) continue;
-        for (VQHANDLE d = node(list)->firstChild; typedNode(d) != nullptr; d = node(d)->nextSibling)
+        for (VQHANDLE d = node(list)->firstChild; steps.take() && typedNode(d) != nullptr; d = node(d)->nextSibling)
             if (node(d)->nodeType == VQXML_ATT_DEF_NODE && nameIs(d, attributeName)) return d;
     }
     return 0;
@@ -344,7 +347,8 @@ extern "C" VQHANDLE findEntity(VQHANDLE doctype, VQHANDLE nameDS, uint32_t kind)
     if (VQHANDLE found; kind <= 1 && liveHandle(nameDS) &&
                         indexedEntity(dt, dsView(nameDS), static_cast<int>(kind), &found))
         return found;
-    for (VQHANDLE e = getFirstMarkupDecl(dt, VQXML_ENTITY_NODE); e != 0; e = getNextMarkupDecl(e))
+    StepBound steps(dt);
+    for (VQHANDLE e = getFirstMarkupDecl(dt, VQXML_ENTITY_NODE); e != 0 && steps.take(); e = getNextMarkupDecl(e))
         if (rec<Entity>(e)->kind == kind && nameIs(e, nameDS)) return e;
     return 0;
 }
@@ -353,7 +357,8 @@ extern "C" VQHANDLE findEntityStr(VQHANDLE doctype, const char *name) {
     VQHANDLE dt = doctypeOf(doctype);
     if (dt == 0) return 0;
     if (VQHANDLE found; name != nullptr && indexedEntity(dt, name, -1, &found)) return found;
-    for (VQHANDLE e = getFirstMarkupDecl(dt, VQXML_ENTITY_NODE); e != 0; e = getNextMarkupDecl(e))
+    StepBound steps(dt);
+    for (VQHANDLE e = getFirstMarkupDecl(dt, VQXML_ENTITY_NODE); e != 0 && steps.take(); e = getNextMarkupDecl(e))
         if (rec<Entity>(e)->kind != 0 && nameIs(e, name)) return e;
     return 0;
 }
@@ -371,7 +376,8 @@ extern "C" VQHANDLE findAttDef(VQHANDLE doctype, const char *elementName,
 extern "C" VQHANDLE getMarkupDecl(VQHANDLE doctype, int32_t type, const char *name) {
     VQHANDLE dt = doctypeOf(doctype);
     if (dt == 0) return 0;
-    for (VQHANDLE d = getFirstMarkupDecl(dt, type); d != 0; d = getNextMarkupDecl(d))
+    StepBound steps(dt);
+    for (VQHANDLE d = getFirstMarkupDecl(dt, type); d != 0 && steps.take(); d = getNextMarkupDecl(d))
         if (nameIs(d, name)) return d;
     return 0;
 }
