@@ -24,15 +24,16 @@ using vqxml::node;
 using vqxml::rec;
 
 // A model document: items with descriptions under PAR and DAT, attributes,
-// text, a nested group.
+// text, a nested group; declarations with defaults and an entity.
 const char kDocument[] =
-    "<M k='v'><PAR><A DESC='a'>text</A><B DESC='b' USE='M'>int</B>"
+    "<!DOCTYPE M [<!ATTLIST A DESC CDATA #IMPLIED x CDATA 'd'><!ENTITY e 'ent'>"
+    "<!ATTLIST L y CDATA 'z'><!ELEMENT M ANY>]><M k='v'><PAR><A DESC='a'>text</A><B DESC='b' USE='M'>int</B>"
     "<G DESC='g' OCCURENCE='MULTIPLE'><L DESC='l'>long</L></G></PAR>"
     "<DAT><D DESC='d'>number</D></DAT>tail</M>";
 
 // The nodes a damage and the calls refer to.
 struct Nodes {
-    VQHANDLE doc, M, PAR, A, B, G, L, DAT, D;
+    VQHANDLE doc, M, PAR, A, B, G, L, DAT, D, doctype;
 };
 
 VQHANDLE child(VQHANDLE parent, const char *name) { return VQXML_findChildElementStr(parent, name, 0); }
@@ -48,6 +49,7 @@ Nodes find(VQHANDLE doc) {
     n.L = child(n.G, "L");
     n.DAT = child(n.M, "DAT");
     n.D = child(n.DAT, "D");
+    n.doctype = VQDOM_getDoctype(doc);
     return n;
 }
 
@@ -89,6 +91,7 @@ TEST_F(CraftedImageTest, EveryCallEndsInBoundedTime) {
         {"child is itself", [](const Nodes &n) { node(n.G)->firstChild = n.G, node(n.G)->lastChild = n.G; }},
         {"child names a string", [](const Nodes &n) { node(n.A)->firstChild = node(n.A)->nodeName; }},
         {"parent loops", [](const Nodes &n) { node(n.L)->parentNode = n.L, node(n.G)->parentNode = n.L; }},
+        {"declarations loop", [](const Nodes &n) { node(node(n.doctype)->lastChild)->nextSibling = node(n.doctype)->firstChild; }},
         {"last child elsewhere", [](const Nodes &n) { node(n.PAR)->lastChild = n.D; }},
         {"attribute list loops",
          [](const Nodes &n) {
@@ -159,6 +162,13 @@ TEST_F(CraftedImageTest, EveryCallEndsInBoundedTime) {
              VQDOM_removeChild(n.M, n.DAT);
          }},
         {"delete", [](const Nodes &n) { VQDOM_deleteNode(VQDOM_removeChild(n.PAR, n.G)), VQDOM_deleteNode(n.doc); }},
+        {"fragment parse", [](const Nodes &n) { VQXML_parseFragment(n.doc, "<A>&e;</A><L y='1'/><A x='2'/>"); }},
+        {"declaration lookups",
+         [](const Nodes &n) {
+             VQDOM_enumAttValues(n.doctype, "A", "x");
+             VQDOM_getDoctype(n.doc);
+             VQDOM_deleteElementDef(n.doctype, "Q");
+         }},
         {"compact and stream", [](const Nodes &n) {
              int32_t length;
              VQXML_compact(n.doc);
@@ -174,6 +184,7 @@ TEST_F(CraftedImageTest, EveryCallEndsInBoundedTime) {
         ASSERT_NE(doc, 0u);
         const Nodes nodes = find(doc);
         ASSERT_NE(nodes.L, 0u);
+        ASSERT_NE(nodes.doctype, 0u);
         d.damage(nodes);
         int32_t length = 0;
         const char *bytes = static_cast<const char *>(VQXML_streamOut(doc, &length));

@@ -20,6 +20,7 @@
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 namespace vqxml {
 namespace {
@@ -112,7 +113,9 @@ bool catchUp(MapIndex &x) {
             it = last->nextItem;
         }
     }
+    StepBound steps(x.map);
     for (const ListItem *item; (item = itemAt(it)) != nullptr; it = item->nextItem) {
+        if (!steps.take()) return false;  // a map whose items loop: no index
         if (2 * (x.count + 1) > x.capacity && !growTable(x.slots, x.capacity)) return false;
         x.synced = it;
         x.syncedNode = item->node;
@@ -289,7 +292,12 @@ bool pairMatches(VQHANDLE definition, std::string_view element, std::string_view
 // a default. False when memory is short or a definition's name is invalid.
 bool takeInDefinitions(DeclIndex &x, const Node *decl, std::string_view element, NameSlot &slotRef) {
     const auto slotAt = static_cast<size_t>(&slotRef - x.slots);
+    StepBound steps(decl->firstChild);
     for (VQHANDLE def = decl->firstChild; const Node *d = typedNode(def); def = d->nextSibling) {
+        if (!steps.take()) {  // definitions that loop
+            x.unusable = true;
+            return false;
+        }
         if (d->nodeType != VQXML_ATT_DEF_NODE) continue;
         if (!liveHandle(d->nodeName)) {
             x.unusable = true;
@@ -368,6 +376,8 @@ bool isReference(const Node *n) { return n != nullptr && n->nodeType == VQXML_EN
 // fit the tree.
 VQHANDLE stepOn(DeclIndex &x, bool &broken) {
     auto wanted = [&x](const Node *n) { return n != nullptr && n->nodeType == x.type; };
+    // Chains that loop run out of steps and count as broken places.
+    StepBound steps(x.doctype);
     const Node *last = x.last != 0 ? nodeAt(x.last) : nullptr;
     const VQHANDLE chainParent = last != nullptr ? last->parentNode : x.doctype;
     // The scan of the siblings after `last` (of the document type's
@@ -390,6 +400,7 @@ VQHANDLE stepOn(DeclIndex &x, bool &broken) {
                 c = in->nextSibling;
             }
             for (const Node *cn; (cn = nodeAt(c)) != nullptr; c = cn->nextSibling) {
+                if (!steps.take()) return broken = true, 0;
                 x.inner = c;
                 if (wanted(cn)) return c;
             }
@@ -397,11 +408,13 @@ VQHANDLE stepOn(DeclIndex &x, bool &broken) {
         h = at->nextSibling;
     }
     for (const Node *n; (n = nodeAt(h)) != nullptr; h = n->nextSibling) {
+        if (!steps.take()) return broken = true, 0;
         x.sibling = h;
         x.inner = 0;
         if (wanted(n)) return h;
         if (isReference(n)) {
             for (VQHANDLE c = n->firstChild; const Node *cn = nodeAt(c); c = cn->nextSibling) {
+                if (!steps.take()) return broken = true, 0;
                 x.inner = c;
                 if (wanted(cn)) return c;
             }
@@ -420,6 +433,7 @@ VQHANDLE stepOn(DeclIndex &x, bool &broken) {
         o = at->nextSibling;
     }
     for (const Node *n; (n = nodeAt(o)) != nullptr; o = n->nextSibling) {
+        if (!steps.take()) return broken = true, 0;
         x.outer = o;
         if (wanted(n)) return o;
     }
@@ -428,14 +442,24 @@ VQHANDLE stepOn(DeclIndex &x, bool &broken) {
 
 // Lets the walk go on as far as the tree goes now. False when the index
 // cannot answer.
+// A sound tree is taken in within one step per object and at most one
+// fresh start; declarations linked into a loop make the index unusable, and
+// lookups then walk (bounded) themselves.
 bool catchUp(DeclIndex &x) {
     if (x.unusable) return false;
     if (x.last != 0 && !attached(x.last, x.doctype)) restart(x);
+    StepBound steps(x.doctype);
+    bool restarted = false;
     for (;;) {
         bool broken = false;
-        const VQHANDLE d = stepOn(x, broken);
+        const VQHANDLE d = steps.take() ? stepOn(x, broken) : (broken = true, 0);
         if (broken) {
+            if (restarted || steps.tooManySteps()) {
+                x.unusable = true;
+                return false;
+            }
             restart(x);
+            restarted = true;
             continue;
         }
         if (d == 0) return true;
