@@ -15,8 +15,9 @@
 
 namespace {
 
-// Applies the mutations to the image. The regions are the head, the handle
-// table and the block headers: the shapes the image check has to judge.
+// Applies the mutations to the image: anywhere in it, or aimed at the head
+// and handle table, or at a block (its header, or the first bytes of its
+// record: the links of a node).
 void mutate(std::vector<uint8_t> &image, const uint8_t *ops, size_t size) {
     if (image.size() < 52) return;
     int32_t indexes;
@@ -34,21 +35,25 @@ void mutate(std::vector<uint8_t> &image, const uint8_t *ops, size_t size) {
     for (size_t i = 0; i + 4 <= size; i += 4) {
         const size_t pick = static_cast<size_t>(ops[i] | ops[i + 1] << 8);
         size_t at;
-        if ((ops[i + 2] & 1) == 0 || headers.empty())
-            at = pick % std::min(front, image.size());
-        else
-            at = headers[pick % headers.size()] + (ops[i + 2] >> 1) % 8;
+        switch (ops[i + 2] & 3) {
+            case 0: at = pick % std::min(front, image.size()); break;
+            case 1: at = headers.empty() ? pick : headers[pick % headers.size()] + (ops[i + 2] >> 2) % 4 * 4; break;
+            case 2:
+                at = headers.empty() ? pick : headers[pick % headers.size()] + 8 + (ops[i + 2] >> 2) % 16 * 4;
+                break;
+            default: at = (pick | static_cast<size_t>(ops[i + 3]) << 16) % image.size();
+        }
         if (at >= image.size()) continue;
-        switch (ops[i + 2] >> 4 & 3) {
+        switch (ops[i + 2] >> 6 & 3) {
             case 0: image[at] = ops[i + 3]; break;
             case 1: image[at] ^= ops[i + 3]; break;
             case 2: image[at] = static_cast<uint8_t>(image[at] + ops[i + 3]); break;
-            default:  // a whole 32-bit field, aligned
+            default: {  // a whole field, taken from the same place in another record
                 at &= ~size_t{3};
-                if (at + 4 <= image.size()) {
-                    const int32_t v = static_cast<int8_t>(ops[i + 3]);
-                    std::memcpy(image.data() + at, &v, 4);
-                }
+                if (headers.empty() || at + 4 > image.size()) break;
+                const size_t from = headers[ops[i + 3] % headers.size()] + 8 + (ops[i + 2] >> 2) % 16 * 4;
+                if (from + 4 <= image.size()) std::memmove(image.data() + at, image.data() + from, 4);
+            }
         }
     }
 }
