@@ -89,7 +89,7 @@ public:
     // its record with node() until it deletes the node.
     VQHANDLE first() {
         const Node *r = at(root_);
-        return r != nullptr ? enter(r->firstChild) : 0;
+        return r != nullptr && at(r->firstChild) != nullptr ? enter(r->firstChild) : 0;
     }
 
     // The node after `cur` in document order below root: its first child
