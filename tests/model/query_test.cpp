@@ -121,6 +121,22 @@ TEST_F(QueryTest, BuildsTheQueryDocumentExactly) {
     EXPECT_TRUE(drainErrors().empty());
 }
 
+// Reads between which the documents change see the change, also one that
+// takes no memory (a node moved).
+TEST_F(QueryTest, ReadsFollowChangesMadeBetweenThem) {
+    VQHANDLE q = query({{"Name", "n"}, {"Tags", "a"}, {"Tags", "b"}});
+    EXPECT_EQ(value(q, "Tags", 1), "b");
+    EXPECT_EQ(value(q, "Tags", 1), "b");
+    const VQHANDLE par = VQXML_getSubModel(q, 0, "");
+    VQDOM_insertBefore(par, VQXML_findChildElementStr(par, "T", 1), VQXML_findChildElementStr(par, "T", 0));
+    EXPECT_EQ(value(q, "Tags", 1), "a");
+    VQDOM_setAttribute(VQXML_getSubModel(model, 0, "Tags"), VQDOM_createDS(model, "DESC"),
+                       VQDOM_createDS(model, "Labels"));
+    EXPECT_EQ(value(q, "Labels", 0), "b");
+    EXPECT_EQ(VQXML_getParCount(model, q, "Tags"), 0);
+    EXPECT_TRUE(drainErrors().empty());
+}
+
 TEST_F(QueryTest, RootIdentifierComesFromIdElsePid) {
     VQHANDLE q = query({{"Name", "n"}});
     EXPECT_EQ(print(q), "<MODEL PID=\"4711\"><PAR><P2>n</P2></PAR></MODEL>");
