@@ -2,13 +2,15 @@
 // answer, image and stats over the library's public interface.
 //
 // Exit codes: 0 done, 1 the input was refused or a document was not built
-// (messages say why), 2 a usage error or a command this build lacks.
+// (messages say why), 2 a usage error.
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -123,11 +125,13 @@ template <typename Print>
 std::string printed(VQHANDLE node, Print print) {
     std::string text(4096, '\0');
     int32_t n = print(node, text.data(), static_cast<int32_t>(text.size()));
-    if (n >= static_cast<int32_t>(text.size())) {
+    // A text of 2 GiB or more does not fit the printers' 32-bit sizes: the
+    // first 4 KiB are all that is shown then.
+    if (n >= static_cast<int32_t>(text.size()) && n < INT32_MAX) {
         text.assign(static_cast<size_t>(n) + 1, '\0');
         n = print(node, text.data(), n + 1);
     }
-    text.resize(static_cast<size_t>(n < 0 ? 0 : n));
+    text.resize(std::min(static_cast<size_t>(n < 0 ? 0 : n), text.size() - 1));
     return text;
 }
 
@@ -388,10 +392,11 @@ constexpr const char *kTypeNames[] = {
 constexpr int kTypes = sizeof kTypeNames / sizeof kTypeNames[0];
 
 // Counts the nodes of the tree below `root` by type, attributes and their
-// children included. The walk takes at most as many steps as the area has
-// live objects, so a tree linked into a loop still ends.
+// children included. The walk visits and holds at most as many nodes as the
+// area has live objects, so a tree linked into a loop still ends.
 void countNodes(VQHANDLE root, int64_t bound, std::vector<int64_t> &counts, int64_t &steps) {
     std::vector<VQHANDLE> pending{root};
+    const auto room = [&] { return steps + static_cast<int64_t>(pending.size()) < bound; };
     while (!pending.empty() && steps < bound) {
         const VQHANDLE node = pending.back();
         pending.pop_back();
@@ -401,10 +406,9 @@ void countNodes(VQHANDLE root, int64_t bound, std::vector<int64_t> &counts, int6
         if (type == VQXML_ELEMENT_NODE) {
             const VQHANDLE map = VQDOM_getAttributes(node);
             const uint32_t n = VQDOM_getLengthMap(map);
-            for (uint32_t i = 0; i < n && static_cast<int64_t>(i) < bound; ++i) pending.push_back(VQDOM_itemMap(map, i));
+            for (uint32_t i = 0; i < n && room(); ++i) pending.push_back(VQDOM_itemMap(map, i));
         }
-        int64_t children = 0;
-        for (VQHANDLE c = VQDOM_getFirstChild(node); c != 0 && children++ < bound; c = VQDOM_getNextSibling(c))
+        for (VQHANDLE c = VQDOM_getFirstChild(node); c != 0 && room(); c = VQDOM_getNextSibling(c))
             pending.push_back(c);
     }
 }
