@@ -31,6 +31,7 @@ constexpr const char *kModel =
     "<S DESC='Single'><Z DESC='Z'>text</Z></S>"
     "<L DESC='Lower' OCCURENCE='multiple'>text</L>"
     "<E DESC='Bare'>enumeration</E>"
+    "<F DESC='Free' VALUES='a'>Enumeration</F>"
     "</PAR>"
     "<DAT>"
     "<D1 DESC='Result'>long</D1>"
@@ -159,6 +160,7 @@ TEST_F(QueryTest, ValuesAreCheckedAndConvertedByType) {
         {"Color", "Green", nullptr, {1001812, "Color|"}},
         {"Color", "", nullptr, {1001812, "Color|"}},
         {"Bare", "", nullptr, {1001812, "Bare|"}},  // no VALUES: nothing passes
+        {"Free", "b c", "b c", {}},                  // type names are case-sensitive
         {"When", "2024.03.05 14:07:09", "20240305140709", {}},
         {"When", "20240305140709", "20240305140709", {}},
         {"When", "2024-03-05 14:07:09", nullptr, {1001816, "When|2024-03-05 14:07:09|time|"}},
