@@ -149,7 +149,7 @@ TEST_F(CraftedImageTest, EveryCallEndsInBoundedTime) {
          }},
         {"model layer",
          [](const Nodes &n) {
-             const char *entries[] = {"a", "x", "nothere", "1", "g.l", "5", nullptr};
+             const char *entries[] = {"a\0" "x", "nothere\0" "1", "g.l\0" "5", nullptr};  // path NUL value
              VQXML_deleteDocumentArea(VQXML_createQuery(n.doc, entries));
              VQXML_getSubModel(n.M, 0, "g.l");
              VQXML_cmpParameters(n.doc, n.PAR, n.DAT);
