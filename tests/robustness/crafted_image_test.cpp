@@ -91,6 +91,7 @@ TEST_F(CraftedImageTest, EveryCallEndsInBoundedTime) {
         {"child is itself", [](const Nodes &n) { node(n.G)->firstChild = n.G, node(n.G)->lastChild = n.G; }},
         {"child names a string", [](const Nodes &n) { node(n.A)->firstChild = node(n.A)->nodeName; }},
         {"child of another document", [](const Nodes &n) { node(n.M)->firstChild = n.PAR + 7; }},
+        {"text of another owner", [](const Nodes &n) { node(node(n.M)->lastChild)->ownerDocument = n.doc + 7; }},
         {"parent loops", [](const Nodes &n) { node(n.L)->parentNode = n.L, node(n.G)->parentNode = n.L; }},
         {"declarations loop", [](const Nodes &n) { node(node(n.doctype)->lastChild)->nextSibling = node(n.doctype)->firstChild; }},
         {"last child elsewhere", [](const Nodes &n) { node(n.PAR)->lastChild = n.D; }},

@@ -242,13 +242,15 @@ bool isText(VQHANDLE h) { return typeOf(h) == VQXML_TEXT_NODE; }
 // (as an append does), so a run of any length costs linear time; holders of
 // that handle see the merged text. The followers' values and nodes go.
 // A run is at most as long as the document has objects, and never comes
-// back to `text` itself, however its links are damaged.
+// back to `text` itself, however its links are damaged; should a damaged
+// follower take `text` with it when it goes, the merge ends there.
 void mergeRun(VQHANDLE text) {
-    if (!isText(asNode(text)->nextSibling)) return;
-    auto follower = [text](StepBound &steps) {
-        const VQHANDLE s = asNode(text)->nextSibling;
+    auto follower = [text](StepBound &steps) -> VQHANDLE {
+        const Node *t = asNode(text);
+        const VQHANDLE s = t != nullptr ? t->nextSibling : 0;
         return s != text && isText(s) && steps.take() ? s : 0;
     };
+    if (asNode(text) == nullptr || !isText(asNode(text)->nextSibling)) return;
     const VQHANDLE value = asNode(text)->nodeValue;
     if (!liveHandle(value)) {
         // Nothing to append to: each follower goes through the plain
@@ -285,9 +287,10 @@ void mergeRun(VQHANDLE text) {
     *out = '\0';
     changeHandle(value, joined);
     myFree(joined);  // now names the old text
-    for (int64_t i = 0; i < followers && isText(asNode(text)->nextSibling); ++i) {
-        const VQHANDLE sibling = asNode(text)->nextSibling;
-        if (sibling == text) break;
+    StepBound deleting(text);
+    for (int64_t i = 0; i < followers; ++i) {
+        const VQHANDLE sibling = follower(deleting);
+        if (sibling == 0) break;
         const VQHANDLE data = asNode(sibling)->nodeValue;
         asNode(sibling)->nodeValue = 0;
         VQDOM_deleteDS(data);
