@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "vqxml/store/codes.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/vqxml.h"
 
@@ -54,7 +55,7 @@ inline std::string print(VQHANDLE node) {
 inline bool drainErrors() {
     bool allocation = false;
     char params[256];
-    for (int64_t code; (code = VQXML_getError(params)) != 0;) allocation |= code == 1001711;
+    for (int64_t code; (code = VQXML_getError(params)) != 0;) allocation |= code == vqxml::mainCode(vqxml::kAllocErr);
     return allocation;
 }
 

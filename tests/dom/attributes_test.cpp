@@ -8,9 +8,12 @@
 #include "support/test_util.h"
 #include "vqxml/dom/dom.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/node.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::ds;
 using vqtest::drainErrors;
@@ -22,7 +25,7 @@ using vqxml::liveHandle;
 using vqxml::node;
 using vqxml::rec;
 
-constexpr int64_t kBadChar = 1001705, kWrongDoc = 1001704, kNotFound = 1001708, kInuse = 1001710;
+constexpr int64_t kBadChar = mainCode(kInvalidCharacterErr), kWrongDoc = mainCode(kWrongDocumentErr), kNotFound = mainCode(kNotFoundErr), kInuse = mainCode(kInuseAttributeErr);
 
 bool alive(VQHANDLE h) { return vqxml::liveHandle(h); }
 
@@ -255,7 +258,7 @@ TEST_F(AttributesTest, AttributeOperations) {
     VQDOM_setAttribute(e, n2, v2);
     VQDOM_setAttribute(e, n3, v3);
     for (VQHANDLE h : {n1, v1, n2, v2, n3, v3}) EXPECT_FALSE(alive(h));
-    EXPECT_EQ(drainErrors(), (Errs{{1001750, "0x31|"}, {kBadChar, "0x31|1x|"}, {kWrongDoc, "createAttribute|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{kBadNameStart, "0x31|"}, {kBadChar, "0x31|1x|"}, {kWrongDoc, "createAttribute|"}}));
     // A foreign value leaves the new attribute in place without one; the one it displaced is gone.
     const VQHANDLE foreign = ds(other, "f");
     VQDOM_setAttribute(e, s("a"), foreign);

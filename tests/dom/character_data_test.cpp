@@ -8,9 +8,12 @@
 
 #include "support/test_util.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/node.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::ds;
 using vqtest::Err;
@@ -18,7 +21,7 @@ using vqtest::message;
 using vqtest::str;
 using Errs = std::vector<Err>;
 
-constexpr int64_t kDom = 1001700;
+constexpr int64_t kDom = kDomCodeBase;
 constexpr uint64_t kHuge = UINT64_MAX;
 
 bool alive(VQHANDLE h) { return vqxml::liveHandle(h); }

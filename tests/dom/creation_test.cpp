@@ -7,9 +7,12 @@
 #include "support/test_util.h"
 #include "vqxml/dom/dom.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/node.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::drainErrors;
 using vqtest::ds;
@@ -19,7 +22,7 @@ using vqtest::str;
 using vqxml::rec;
 using Errs = std::vector<Err>;
 
-constexpr int64_t kWrongDoc = 1001704, kBadChar = 1001705, kNoMemory = 1001711;
+constexpr int64_t kWrongDoc = mainCode(kWrongDocumentErr), kBadChar = mainCode(kInvalidCharacterErr), kNoMemory = mainCode(kAllocErr);
 
 // Liveness without the 1001748 report that VQXML_checkNode would add.
 bool alive(VQHANDLE h) { return vqxml::liveHandle(h); }
@@ -81,12 +84,12 @@ TEST_F(CreationTest, BadNamesAreReportedAndDeleted) {
         Errs errors;
         const char *message;
     } cases[] = {
-        {VQDOM_createElement, "", {{1001750, "0x0|"}, {kBadChar, "0x0||"}},
+        {VQDOM_createElement, "", {{kBadNameStart, "0x0|"}, {kBadChar, "0x0||"}},
          "DOM error: INVALID_CHARACTER_ERR character \"0x0\" invalid in name \"\""},
-        {VQDOM_createAttribute, "a b<", {{1001755, "0x20|"}, {1001755, "0x3c|"}, {kBadChar, "0x20|a b<|"}},
+        {VQDOM_createAttribute, "a b<", {{kBadNameCharacter, "0x20|"}, {kBadNameCharacter, "0x3c|"}, {kBadChar, "0x20|a b<|"}},
          "DOM error: INVALID_CHARACTER_ERR character \"0x20\" invalid in name \"a b<\""},
         {VQDOM_createEntityReference, longName,
-         {{1001750, "0x31|"}, {kBadChar, ("0x31|" + longName).substr(0, 254) + "|"}}, nullptr},
+         {{kBadNameStart, "0x31|"}, {kBadChar, ("0x31|" + longName).substr(0, 254) + "|"}}, nullptr},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name.substr(0, 8));
@@ -117,7 +120,7 @@ TEST_F(CreationTest, NamedCreatorsCheckTheNameBeforeTheDocument) {
         const VQHANDLE bad = ds(other, "1abc");  // bad and foreign: the name wins
         EXPECT_EQ(c.create(doc, bad), 0u);
         EXPECT_FALSE(alive(bad));
-        EXPECT_EQ(drainErrors(), (Errs{{1001750, "0x31|"}, {kBadChar, "0x31|1abc|"}}));
+        EXPECT_EQ(drainErrors(), (Errs{{kBadNameStart, "0x31|"}, {kBadChar, "0x31|1abc|"}}));
         const VQHANDLE foreign = ds(other, "abc");
         EXPECT_EQ(c.create(doc, foreign), 0u);
         EXPECT_FALSE(alive(foreign));

@@ -9,8 +9,11 @@
 #include "robustness/helpers.h"
 #include "vqxml/dom/dom.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using robust::consistent;
 using vqtest::drainErrors;
@@ -21,7 +24,7 @@ using vqxml::node;
 using vqxml::rec;
 using Errs = std::vector<Err>;
 
-constexpr int64_t kHierarchy = 1001703, kWrongDoc = 1001704, kNotFound = 1001708, kNullPointer = 1001712;
+constexpr int64_t kHierarchy = mainCode(kHierarchyRequestErr), kWrongDoc = mainCode(kWrongDocumentErr), kNotFound = mainCode(kNotFoundErr), kNullPointer = mainCode(kNullPointerErr);
 
 bool alive(VQHANDLE h) { return vqxml::liveHandle(h); }
 

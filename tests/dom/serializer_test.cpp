@@ -11,9 +11,12 @@
 #include "support/test_util.h"
 #include "vqxml/dom/dom.h"
 #include "vqxml/dom/printer.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/node.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::drainErrors;
 using vqtest::Err;
@@ -436,7 +439,7 @@ TEST_F(Serializer, InvalidHandlesEndTheWalk) {
     EXPECT_EQ(VQXML_printNode(0, buf, sizeof buf), 0);
     EXPECT_TRUE(drainErrors().empty());
     EXPECT_EQ(VQXML_printNode(0x12345, buf, sizeof buf), 0);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001748, "12345|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kInvalidHandle, "12345|"}}));
 
     // A DS handle is no node: nothing written, nothing read out of bounds.
     buf[0] = 'g';

@@ -6,8 +6,11 @@
 
 #include "support/test_util.h"
 #include "vqxml/model/model.h"
+#include "vqxml/store/codes.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::drainErrors;
 using vqtest::Err;
@@ -89,8 +92,8 @@ TEST_F(ModelTest, CheckDoubleTagReportsEveryPairOfOneLevel) {
         "<S DESC='Y'/></M>");
     VQXML_checkDesc("stale.");  // the check starts from an empty list
     EXPECT_EQ(VQXML_checkDoubleTag(VQDOM_getDocumentElement(d)), 1);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001807, "P|"}, {1001808, "X|P|P|"},
-                                               {1001808, "Y|Q|S|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kTagnameDuplicated, "P|"}, {kDescDuplicated, "X|P|P|"},
+                                               {kDescDuplicated, "Y|Q|S|"}}));
 
     const VQHANDLE clean = parse("<M><P DESC='X'/><Q DESC='Y'/></M>");
     EXPECT_EQ(VQXML_checkDoubleTag(VQDOM_getDocumentElement(clean)), 0);
@@ -100,7 +103,7 @@ TEST_F(ModelTest, CheckDoubleTagReportsEveryPairOfOneLevel) {
 TEST_F(ModelTest, CheckDescFlagsPathCharacters) {
     const char text[] = "a.b(1)";
     EXPECT_EQ(VQXML_checkDesc(text), text + 1);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001756, "0x2e|"}, {1001756, "0x28|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kBadDescCharacter, "0x2e|"}, {kBadDescCharacter, "0x28|"}}));
     EXPECT_EQ(VQXML_checkDesc("Size_1 [mm]"), nullptr);
     EXPECT_TRUE(drainErrors().empty());
 }

@@ -9,9 +9,12 @@
 #include <vector>
 
 #include "support/test_util.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/error_list.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::drainErrors;
 using vqtest::Err;
@@ -96,7 +99,7 @@ TEST_F(QueryTest, BuildsTheQueryDocumentExactly) {
                         {"Single.Z", "z"},
                         {"Size", ""}});  // a second, empty value is still a duplicate
     EXPECT_EQ(q, 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001809, "P1|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kOccurrenceNotMultiple, "P1|"}}));
 
     q = query({{"Name", "n"},
                {"Size", "12"},
@@ -154,24 +157,24 @@ TEST_F(QueryTest, ValuesAreCheckedAndConvertedByType) {
     };
     const Case cases[] = {
         {"Size", "0123456789", "0123456789", {}},
-        {"Size", "12a", nullptr, {1001803, "Size|"}},
-        {"Size", "-1", nullptr, {1001803, "Size|"}},
+        {"Size", "12a", nullptr, {kParameterNotNumber, "Size|"}},
+        {"Size", "-1", nullptr, {kParameterNotNumber, "Size|"}},
         {"Color", "green", "green", {}},
-        {"Color", "Green", nullptr, {1001812, "Color|"}},
-        {"Color", "", nullptr, {1001812, "Color|"}},
-        {"Bare", "", nullptr, {1001812, "Bare|"}},  // no VALUES: nothing passes
+        {"Color", "Green", nullptr, {kEnumerationValueIllegal, "Color|"}},
+        {"Color", "", nullptr, {kEnumerationValueIllegal, "Color|"}},
+        {"Bare", "", nullptr, {kEnumerationValueIllegal, "Bare|"}},  // no VALUES: nothing passes
         {"Free", "b c", "b c", {}},                  // type names are case-sensitive
         {"When", "2024.03.05 14:07:09", "20240305140709", {}},
         {"When", "20240305140709", "20240305140709", {}},
-        {"When", "2024-03-05 14:07:09", nullptr, {1001816, "When|2024-03-05 14:07:09|time|"}},
-        {"When", "2024.03.05 14:07:0", nullptr, {1001816, "When|2024.03.05 14:07:0|time|"}},
+        {"When", "2024-03-05 14:07:09", nullptr, {kParameterValueIllegal, "When|2024-03-05 14:07:09|time|"}},
+        {"When", "2024.03.05 14:07:0", nullptr, {kParameterValueIllegal, "When|2024.03.05 14:07:0|time|"}},
         {"When", "YYYY.MM.DD hh:mm:ss", "YYYYMMDDhhmmss", {}},  // letters stand for themselves
         {"Light", "Yellow", "2", {}},
         {"Light", "Red", "3", {}},
         {"Light", "1", "1", {}},
-        {"Light", "yellow", nullptr, {1001816, "Light|yellow|gyr|"}},
-        {"Light", "12", nullptr, {1001816, "Light|12|gyr|"}},
-        {"Grp", "1", nullptr, {1001811, "Grp|"}},  // a group takes no value
+        {"Light", "yellow", nullptr, {kParameterValueIllegal, "Light|yellow|gyr|"}},
+        {"Light", "12", nullptr, {kParameterValueIllegal, "Light|12|gyr|"}},
+        {"Grp", "1", nullptr, {kDataNeedsSubelement, "Grp|"}},  // a group takes no value
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.path) + "=" + c.value);
@@ -186,7 +189,7 @@ TEST_F(QueryTest, ValuesAreCheckedAndConvertedByType) {
     }
     // The empty time is rejected, unlike the empty number.
     EXPECT_EQ(query({{"Name", "n"}, {"When", ""}}), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001816, "When||time|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kParameterValueIllegal, "When||time|"}}));
     EXPECT_NE(query({{"Name", "n"}, {"Size", ""}}), 0u);
 }
 
@@ -211,10 +214,10 @@ TEST_F(QueryTest, TypedReadingShowsTimesAndLights) {
 TEST_F(QueryTest, MessageCodesKeepTheirPairing) {
     EXPECT_EQ(query({{"Name", "n"}, {"Grp", "1"}, {"Color", "pink"}, {"Nope", "1"}, {"No.X", "1"}}), 0u);
     const std::vector<Err> errors = drainErrors();
-    EXPECT_EQ(errors, (std::vector<Err>{{1001811, "Grp|"},
-                                        {1001812, "Color|"},
-                                        {1001801, "Nope|"},
-                                        {1001801, "No.X|"}}));
+    EXPECT_EQ(errors, (std::vector<Err>{{kDataNeedsSubelement, "Grp|"},
+                                        {kEnumerationValueIllegal, "Color|"},
+                                        {kIllegalParameter, "Nope|"},
+                                        {kIllegalParameter, "No.X|"}}));
     EXPECT_EQ(vqtest::message(errors[0].code, errors[0].params), "data \"Grp\": subelement required");
     EXPECT_EQ(vqtest::message(errors[1].code, errors[1].params),
               "data \"Color\": enumeration value \"???\" illegal");
@@ -222,7 +225,7 @@ TEST_F(QueryTest, MessageCodesKeepTheirPairing) {
     VQHANDLE q = query({{"Name", "n"}});
     EXPECT_EQ(VQXML_createAnswer(model, q, Entries{{"Must", "m"}, {"Rows", "1"}, {"Kind", "c"}}.get()), 0u);
     const std::vector<Err> data = drainErrors();
-    EXPECT_EQ(data, (std::vector<Err>{{1001812, "Rows|"}, {1001813, "Kind|"}}));
+    EXPECT_EQ(data, (std::vector<Err>{{kEnumerationValueIllegal, "Rows|"}, {kDescNotInModel, "Kind|"}}));
     EXPECT_EQ(vqtest::message(data[1].code, data[1].params), "DESC \"Kind\" not found in model \"???\"");
 }
 
@@ -230,20 +233,20 @@ TEST_F(QueryTest, OccurrencesOnlyForMultipleItems) {
     // 'multiple' in lower case does not count; an index on a single group
     // is reported and taken as 0.
     EXPECT_EQ(query({{"Name", "n"}, {"Lower", "a"}, {"Lower", "b"}}), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001809, "L|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kOccurrenceNotMultiple, "L|"}}));
     EXPECT_EQ(query({{"Name", "n"}, {"Single(1).Z", "a"}}), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001809, "Single(1).Z|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kOccurrenceNotMultiple, "Single(1).Z|"}}));
     // A rejected value of a single item that is already there reports both.
     EXPECT_EQ(query({{"Name", "n"}, {"Size", "1"}, {"Size", "x"}}), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001803, "Size|"}, {1001809, "P1|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kParameterNotNumber, "Size|"}, {kOccurrenceNotMultiple, "P1|"}}));
 }
 
 TEST_F(QueryTest, MandatoryItemsAreChecked) {
     // USE 'mandatory' counts here; a missing group is not reported.
     EXPECT_EQ(query({{"Grp(1).X", "1"}}), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001805, "..Name|MODEL|"},
-                                               {1001805, "..Grp.Y|MODEL|"},
-                                               {1001805, "..Grp.Y|MODEL|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kParameterMissing, "..Name|MODEL|"},
+                                               {kParameterMissing, "..Grp.Y|MODEL|"},
+                                               {kParameterMissing, "..Grp.Y|MODEL|"}}));
 }
 
 TEST_F(QueryTest, AnswersCopyTheQueryAndStampTheTimeMonthFirst) {
@@ -270,10 +273,10 @@ TEST_F(QueryTest, AnswersCopyTheQueryAndStampTheTimeMonthFirst) {
     // Reading data with a bad path reports it in the parameter wording.
     EXPECT_EQ(VQXML_getDatValue(model, a, "Nope.V", 0, buffer, sizeof buffer), 0);
     EXPECT_STREQ(buffer, "");
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001801, "Nope.V|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kIllegalParameter, "Nope.V|"}}));
     // A failed answer leaves model and query as they were.
     EXPECT_EQ(VQXML_createAnswer(model, q, Entries{{"Result", "x"}}.get()), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001804, "Result|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kDataNotNumber, "Result|"}}));
     EXPECT_EQ(print(q), queryText);
     EXPECT_EQ(print(model), modelText);
 }
@@ -289,11 +292,11 @@ TEST_F(QueryTest, SubQueriesAndSubAnswers) {
     EXPECT_EQ(VQXML_getSubQuery(q, VQXML_getSubModel(model, 0, "Grp.Y"), 0),
               VQXML_findChildElementStr(g, "Y", 0));
     // A failure deletes the new element and keeps earlier errors.
-    addVqXmlError(1001807, "kept");
+    addVqXmlError(kTagnameDuplicated, "kept");
     EXPECT_EQ(VQXML_createSubQuery(grp, Entries{{"X", "x"}}.get(), q), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001807, "kept|"},
-                                               {1001803, "X|"},
-                                               {1001805, "..Grp.Y|MODEL|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kTagnameDuplicated, "kept|"},
+                                               {kParameterNotNumber, "X|"},
+                                               {kParameterMissing, "..Grp.Y|MODEL|"}}));
     EXPECT_EQ(params(q), "<PAR><P2>n</P2><G><X>7</X><Y>y</Y></G></PAR></MODEL>");
 
     VQHANDLE rows = VQXML_getSubModel(model, 1, "Rows");
@@ -301,7 +304,7 @@ TEST_F(QueryTest, SubQueriesAndSubAnswers) {
     ASSERT_NE(VQXML_createSubAnswer(rows, Entries{{"V", "20240305140709"}}.get(), a), 0u);
     EXPECT_EQ(VQXML_getDatValue(model, a, "Rows.V", 0, nullptr, 0), 14);
     EXPECT_EQ(VQXML_createSubAnswer(rows, Entries{{"V", "x"}}.get(), a), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001817, "V|x|time|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kDataValueIllegal, "V|x|time|"}}));
     EXPECT_EQ(VQXML_getDatCount(model, a, "Rows"), 1);
 }
 
@@ -309,13 +312,13 @@ TEST_F(QueryTest, ModelItemsAndSubElementsByPath) {
     EXPECT_EQ(VQXML_getSubModel(model, 1, "Rows.V"), VQXML_getSubModel(VQXML_getSubModel(model, 1, "Rows"), 1, "V"));
     EXPECT_EQ(VQXML_getSubModel(model, 0, "Grp.Nope.X"), 0u);
     EXPECT_EQ(VQXML_getSubModel(model, 0, "Grp(1).X"), 0u);  // no indices here
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001813, "Grp.Nope|MODEL|"}, {1001813, "Grp(1)|MODEL|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kDescNotInModel, "Grp.Nope|MODEL|"}, {kDescNotInModel, "Grp(1)|MODEL|"}}));
 
     VQHANDLE q = query({{"Name", "n"}, {"Grp(1).X", "1"}, {"Grp(1).Y", "1"}, {"Grp.Y", "1"}});
     VQHANDLE x = VQXML_getSubModel(model, 0, "Grp.X");
     EXPECT_EQ(VQXML_getSubQuery(q, x, 0), 0u);  // only the second group holds an X
     EXPECT_EQ(VQXML_getSubAnswer(q, VQXML_getSubModel(model, 1, "Result"), 0), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001814, ".PAR.G.X|MODEL|"}, {1001815, ".DAT.D1|MODEL|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kSubelementNotInQuery, ".PAR.G.X|MODEL|"}, {kSubelementNotInAnswer, ".DAT.D1|MODEL|"}}));
     EXPECT_EQ(VQXML_getSubQuery(q, VQXML_getSubModel(model, 0, "Grp"), 1),
               VQXML_findChildElementStr(VQXML_getSubModel(q, 0, ""), "G", 1));
     // A model element whose path does not go below the query's root gives
@@ -344,9 +347,9 @@ TEST_F(QueryTest, BadInputGivesNothing) {
     const std::string longName(400, 'G');
     const std::string longValue(100000, '7');
     EXPECT_EQ(query({{"Name", "n"}, {"Grp(65536).X", "1"}, {"Grp(-1).X", "1"}, {longName + ".X", "1"}}), 0u);
-    EXPECT_EQ(drainErrors(), (std::vector<Err>{{1001801, "Grp(65536).X|"},
-                                               {1001801, "Grp(-1).X|"},
-                                               {1001801, std::string(254, 'G') + "|"}}));
+    EXPECT_EQ(drainErrors(), (std::vector<Err>{{kIllegalParameter, "Grp(65536).X|"},
+                                               {kIllegalParameter, "Grp(-1).X|"},
+                                               {kIllegalParameter, std::string(254, 'G') + "|"}}));
     q = query({{"Name", "n"}, {"Size", longValue}});
     ASSERT_NE(q, 0u);
     EXPECT_EQ(VQXML_getParValue(model, q, "Size", 0, nullptr, 0), 100000);

@@ -6,8 +6,11 @@
 
 #include "support/test_util.h"
 #include "vqxml/parser/chars.h"
+#include "vqxml/store/codes.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::Err;
 using Errs = std::vector<Err>;
@@ -77,12 +80,12 @@ TEST_F(CharsTest, Utf8Boundaries) {
 TEST_F(CharsTest, CheckNameReportsEveryBadByte) {
     const char *name = "1a-b c";
     EXPECT_EQ(VQXML_checkName(name), name);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001750, "0x31|"}, {1001755, "0x20|"}}));
-    EXPECT_EQ(vqtest::message(1001750, "0x31|"), "invalid character as namestart: 0x31");
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kBadNameStart, "0x31|"}, {kBadNameCharacter, "0x20|"}}));
+    EXPECT_EQ(vqtest::message(kBadNameStart, "0x31|"), "invalid character as namestart: 0x31");
     const char *many = "a<b>c\x01";
     EXPECT_EQ(VQXML_checkName(many), many + 1);
     EXPECT_EQ(VQXML_checkName("\xC3\xA9t\xE2\x82\xAC_:.-9"), nullptr);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001755, "0x3c|"}, {1001755, "0x3e|"}, {1001755, "0x1|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kBadNameCharacter, "0x3c|"}, {kBadNameCharacter, "0x3e|"}, {kBadNameCharacter, "0x1|"}}));
 
     // Exactly sized blocks: the sanitizer build sees any read past the NUL.
     auto empty = std::make_unique<char[]>(1);
@@ -90,7 +93,7 @@ TEST_F(CharsTest, CheckNameReportsEveryBadByte) {
     auto one = std::make_unique<char[]>(2);
     one[0] = '9';
     EXPECT_EQ(VQXML_checkName(one.get()), one.get());
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001750, "0x0|"}, {1001750, "0x39|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kBadNameStart, "0x0|"}, {kBadNameStart, "0x39|"}}));
 }
 
 }  // namespace

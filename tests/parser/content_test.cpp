@@ -11,6 +11,7 @@
 #include "support/test_util.h"
 #include "vqxml/dom/dom.h"
 #include "vqxml/parser/parser.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 
@@ -21,6 +22,8 @@ using vqtest::str;
 using Errs = std::vector<Err>;
 
 namespace {
+
+using namespace vqxml::codes;
 
 std::string quoted(VQHANDLE ds) {
     std::string out = "\"";
@@ -237,7 +240,7 @@ TEST_F(LibraryTest, EntityValuesParsedAsContent) {
     // An unknown parameter entity is reported and its reference kept as text.
     doc = VQXML_parse("<!DOCTYPE a [<!ENTITY e 'a%q;b'>]><a>&e;</a>");
     ASSERT_NE(doc, 0u);
-    EXPECT_EQ(drainErrors(), (Errs{{1001936, "1|q|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{kPeUndefined, "1|q|"}}));
     EXPECT_EQ(describe(VQDOM_getDocumentElement(doc)), "a(&e(\"a%q;b\"))");
 
     // The value of a parameter entity is only checked, and kept as written.
@@ -249,52 +252,52 @@ TEST_F(LibraryTest, EntityValuesParsedAsContent) {
 
 TEST_F(LibraryTest, EveryContentMessageWithItsLine) {
     const std::vector<Failure> failures = {
-        {"\n \n", {{1001941, "3|"}}, "line 3: end of document is unexpected"}, {"", {{1001941, "1|"}}},
-        {"<a>\n\x01</a>", {{1001910, "2|0x1|"}}, "line 2: illegal character (0x1)"},
-        {"\nx<a/>", {{1001910, "2|0x78|"}}}, {"<a/>\n<b/>", {{1001910, "2|0x3c|"}}},
-        {"<a>\nx]]>y</a>", {{1001943, "2|]]>|"}}, "Line 2: illegal \"]]>\"."},
-        {"<a>\n<1/></a>", {{1001911, "2|0x31|"}}, "line 2: name begins with illegal character (0x31)"},
-        {"<?XmL x?><a/>", {{1001911, "1|0x3f|"}}}, {"<a>\n& </a>", {{1001911, "2|0x20|"}}},
-        {"<a>\n<?XmL x?></a>", {{1001931, "2|XmL|"}}, "line 2: name \"XmL\" is illegal in ProcessingInstruction"},
-        {"<a><?p\nx</a>", {{1001913, "2|?>|"}}, "line 2: \"?>\" expected"},
-        {"<a>\n<!-- x -- y --></a>", {{1001912, "2|"}}, "line 2: end of Comment not found"},
-        {"<a><![CDATA[x\n</a>", {{1001913, "2|]]>|"}}, "line 2: \"]]>\" expected"},
-        {"<a\nx='1'y='2'/>", {{1001940, "2|a|"}}, "line 2: element \"a\": start tag syntax error"},
-        {"<a x\n='1' y/>", {{1001909, "2|y|"}}, "line 2: attribute \"y\": \"=\" expected"},
-        {"<a x=\n1/>", {{1001907, "2|x|"}}, "line 2: attribute \"x\": quotation mark expected"},
-        {"<a x='\n1\"/>", {{1001908, "2|x|"}}, "line 2: attribute \"x\": closing quotation mark expected"},
-        {"<a>\n&#X42;</a>", {{1001906, "2|"}}, "line 2: \";\" expected on end of a reference"},
-        {"<a x='1<'/>", {{1001908, "1|x|"}}}, {"<a x='&amp'/>", {{1001906, "1|"}}},
-        {"<a>\n\n", {{1001942, "3|a|"}}, "Line 3: endtag \"</a>\" is missing."},
-        {"<a><b>\n</a>", {{1001903, "2|b|"}}, "line 2: endtag of \"b\": name different"},
-        {"<a></a\nb>", {{1001904, "2|a|"}}, "line 2: endtag of \"a\": \">\" expected"},
-        {"<a>\n</ a>", {{1001902, "2|a|"}}, "line 2: endtag of \"a\": illegal character"},
-        {"<!DOCTYPE a [ ]>\n<a>&foo;</a>", {{1001934, "2|foo|"}}, "line 2: undeclared entity \"foo\""},
-        {"<!DOCTYPE a [<!ENTITY e '<b/>'>]>\n<a x='&e;'/>", {{1001932, "2|"}},
+        {"\n \n", {{kUnexpectedEnd, "3|"}}, "line 3: end of document is unexpected"}, {"", {{kUnexpectedEnd, "1|"}}},
+        {"<a>\n\x01</a>", {{kIllegalCharacter, "2|0x1|"}}, "line 2: illegal character (0x1)"},
+        {"\nx<a/>", {{kIllegalCharacter, "2|0x78|"}}}, {"<a/>\n<b/>", {{kIllegalCharacter, "2|0x3c|"}}},
+        {"<a>\nx]]>y</a>", {{kIllegalSequence, "2|]]>|"}}, "Line 2: illegal \"]]>\"."},
+        {"<a>\n<1/></a>", {{kNameStartIllegal, "2|0x31|"}}, "line 2: name begins with illegal character (0x31)"},
+        {"<?XmL x?><a/>", {{kNameStartIllegal, "1|0x3f|"}}}, {"<a>\n& </a>", {{kNameStartIllegal, "2|0x20|"}}},
+        {"<a>\n<?XmL x?></a>", {{kReservedPiTarget, "2|XmL|"}}, "line 2: name \"XmL\" is illegal in ProcessingInstruction"},
+        {"<a><?p\nx</a>", {{kExpected, "2|?>|"}}, "line 2: \"?>\" expected"},
+        {"<a>\n<!-- x -- y --></a>", {{kCommentEndMissing, "2|"}}, "line 2: end of Comment not found"},
+        {"<a><![CDATA[x\n</a>", {{kExpected, "2|]]>|"}}, "line 2: \"]]>\" expected"},
+        {"<a\nx='1'y='2'/>", {{kStartTagSyntax, "2|a|"}}, "line 2: element \"a\": start tag syntax error"},
+        {"<a x\n='1' y/>", {{kEqualExpected, "2|y|"}}, "line 2: attribute \"y\": \"=\" expected"},
+        {"<a x=\n1/>", {{kQuoteExpected, "2|x|"}}, "line 2: attribute \"x\": quotation mark expected"},
+        {"<a x='\n1\"/>", {{kClosingQuoteExpected, "2|x|"}}, "line 2: attribute \"x\": closing quotation mark expected"},
+        {"<a>\n&#X42;</a>", {{kSemicolonExpected, "2|"}}, "line 2: \";\" expected on end of a reference"},
+        {"<a x='1<'/>", {{kClosingQuoteExpected, "1|x|"}}}, {"<a x='&amp'/>", {{kSemicolonExpected, "1|"}}},
+        {"<a>\n\n", {{kEndTagMissing, "3|a|"}}, "Line 3: endtag \"</a>\" is missing."},
+        {"<a><b>\n</a>", {{kEndTagNameDifferent, "2|b|"}}, "line 2: endtag of \"b\": name different"},
+        {"<a></a\nb>", {{kEndTagGreaterExpected, "2|a|"}}, "line 2: endtag of \"a\": \">\" expected"},
+        {"<a>\n</ a>", {{kEndTagIllegalCharacter, "2|a|"}}, "line 2: endtag of \"a\": illegal character"},
+        {"<!DOCTYPE a [ ]>\n<a>&foo;</a>", {{kUndeclaredEntity, "2|foo|"}}, "line 2: undeclared entity \"foo\""},
+        {"<!DOCTYPE a [<!ENTITY e '<b/>'>]>\n<a x='&e;'/>", {{kLessInValue, "2|"}},
          "line 2: the character \"<\" cannot be used in an attribute value"},
         {"<!DOCTYPE a [<!NOTATION n SYSTEM 'n'><!ENTITY u SYSTEM 'u' NDATA n>]>\n<a x='&u;'/>",
-         {{1001938, "2|u|"}}, "line 2: illegal reference of external entity \"u\""},
+         {{kExternalInValue, "2|u|"}}, "line 2: illegal reference of external entity \"u\""},
         // Faults without a text check: references, line counting and the
         // first match of each choice.
         // A parameter entity is no general entity; an unknown name is
         // reported before the missing ";" with a document type, after it
         // without.
-        {"<!DOCTYPE a [<!ENTITY % p 'x'>]>\n<a>&p;</a>", {{1001934, "2|p|"}}},
-        {"<!DOCTYPE a []><a>&foo </a>", {{1001934, "1|foo|"}}}, {"<a>&foo </a>", {{1001906, "1|"}}},
-        {"<a x='&#65'/>", {{1001906, "1|"}}},
+        {"<!DOCTYPE a [<!ENTITY % p 'x'>]>\n<a>&p;</a>", {{kUndeclaredEntity, "2|p|"}}},
+        {"<!DOCTYPE a []><a>&foo </a>", {{kUndeclaredEntity, "1|foo|"}}}, {"<a>&foo </a>", {{kSemicolonExpected, "1|"}}},
+        {"<a x='&#65'/>", {{kSemicolonExpected, "1|"}}},
         // CR LF is one line end, a lone CR none, wherever the scan is.
-        {"<a>\r\r</b>", {{1001903, "1|a|"}}}, {"<a>\r\n\r\n</b>", {{1001903, "3|a|"}}},
-        {"<a x='\r\r\n'\r\r\ny/>", {{1001909, "3|y|"}}},
-        {"<a><!--\r\r\n--><![CDATA[\r\r\n]]><?p \r\r\n?>\r\n</b>", {{1001903, "5|a|"}}},
-        {"<a 1='x'/>", {{1001940, "1|a|"}}}, {"<a><![CDX[x]]></a>", {{1001913, "1|<![CDATA[|"}}},
-        {"<a><![CX[x]]></a>", {{1001911, "1|0x21|"}}}, {"<a><!-x--></a>", {{1001911, "1|0x21|"}}},
-        {"<a><!--a---></a>", {{1001912, "1|"}}}, {"<a><!--a", {{1001912, "1|"}}},
-        {"<a><!-- x --></a>\n<!-- y", {{1001912, "2|"}}}, {"<a><?p=x?></a>", {{1001913, "1|?>|"}}},
-        {"<a>\n</a>x", {{1001910, "2|0x78|"}}}, {"\xEF\xBB\xBF<a/>", {{1001910, "1|0xef|"}}},
-        {"<a/><?xml version='1.0'?>", {{1001931, "1|xml|"}}}, {"<a/><!DOCTYPE a>", {{1001910, "1|0x3c|"}}},
+        {"<a>\r\r</b>", {{kEndTagNameDifferent, "1|a|"}}}, {"<a>\r\n\r\n</b>", {{kEndTagNameDifferent, "3|a|"}}},
+        {"<a x='\r\r\n'\r\r\ny/>", {{kEqualExpected, "3|y|"}}},
+        {"<a><!--\r\r\n--><![CDATA[\r\r\n]]><?p \r\r\n?>\r\n</b>", {{kEndTagNameDifferent, "5|a|"}}},
+        {"<a 1='x'/>", {{kStartTagSyntax, "1|a|"}}}, {"<a><![CDX[x]]></a>", {{kExpected, "1|<![CDATA[|"}}},
+        {"<a><![CX[x]]></a>", {{kNameStartIllegal, "1|0x21|"}}}, {"<a><!-x--></a>", {{kNameStartIllegal, "1|0x21|"}}},
+        {"<a><!--a---></a>", {{kCommentEndMissing, "1|"}}}, {"<a><!--a", {{kCommentEndMissing, "1|"}}},
+        {"<a><!-- x --></a>\n<!-- y", {{kCommentEndMissing, "2|"}}}, {"<a><?p=x?></a>", {{kExpected, "1|?>|"}}},
+        {"<a>\n</a>x", {{kIllegalCharacter, "2|0x78|"}}}, {"\xEF\xBB\xBF<a/>", {{kIllegalCharacter, "1|0xef|"}}},
+        {"<a/><?xml version='1.0'?>", {{kReservedPiTarget, "1|xml|"}}}, {"<a/><!DOCTYPE a>", {{kIllegalCharacter, "1|0x3c|"}}},
         // A different end tag name records its message twice when ">" is
         // missing; "<a/ >" fails without any message.
-        {"<a></b", {{1001903, "1|a|"}, {1001904, "1|a|"}}}, {"<a/ >", {}},
+        {"<a></b", {{kEndTagNameDifferent, "1|a|"}, {kEndTagGreaterExpected, "1|a|"}}}, {"<a/ >", {}},
     };
     for (const auto &f : failures) expectFailure(f);
 }
@@ -311,12 +314,12 @@ TEST_F(LibraryTest, NestingIsBoundedAndIterative) {
     VQDOM_deleteNode(doc);
 
     std::string tooDeep = "<r>\n" + nest(10000) + "</r>";
-    expectFailure({tooDeep, {{1001944, "2|10000|"}}, "line 2: elements nested deeper than 10000 levels"});
-    expectFailure({"<r>\n" + nest(9999, "<e/>") + "</r>", {{1001944, "2|10000|"}}});
+    expectFailure({tooDeep, {{kElementsTooDeep, "2|10000|"}}, "line 2: elements nested deeper than 10000 levels"});
+    expectFailure({"<r>\n" + nest(9999, "<e/>") + "</r>", {{kElementsTooDeep, "2|10000|"}}});
     // Unclosed at depth: the innermost element is reported, all is freed.
     tooDeep.clear();
     for (int i = 0; i < 5000; ++i) tooDeep += "<e>";
-    expectFailure({tooDeep, {{1001942, "1|e|"}}});
+    expectFailure({tooDeep, {{kEndTagMissing, "1|e|"}}});
 }
 
 TEST_F(LibraryTest, EntityExpansionIsBudgeted) {
@@ -331,7 +334,7 @@ TEST_F(LibraryTest, EntityExpansionIsBudgeted) {
     }
     text += "]>\n<r>&e;&e;&e;&e;&e;&e;&e;&e;</r>";
     const std::string limit = std::to_string((int64_t{64} << 20) + 64 * int64_t(text.size()));
-    expectFailure({text, {{1001945, "2|" + limit + "|"}},
+    expectFailure({text, {{kExpansionTooLarge, "2|" + limit + "|"}},
                    ("line 2: entity expansion exceeds " + limit + " bytes").c_str()});
     // Within the budget the same entities expand in full.
     text.replace(text.find("<r>"), std::string::npos, "<r>&d;</r>");
@@ -349,11 +352,11 @@ TEST_F(LibraryTest, FragmentsOfADocument) {
     EXPECT_EQ(VQDOM_getOwnerDocument(f), doc);
     // An end tag does not end fragment content.
     EXPECT_EQ(VQXML_parseFragment(doc, "a</b>"), 0u);
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001911, "1|0x2f|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{kNameStartIllegal, "1|0x2f|"}}));
     // An invalid document: nothing happens, the error list is kept.
     VQXML_parse("");
     EXPECT_EQ(VQXML_parseFragment(0, "x"), 0u);
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001941, "1|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{kUnexpectedEnd, "1|"}}));
     // A fragment for a document that is gone: the list is kept and gets the
     // handle check's message.
     const VQHANDLE scratch = VQDOM_createDocument();
@@ -362,7 +365,7 @@ TEST_F(LibraryTest, FragmentsOfADocument) {
     EXPECT_EQ(VQXML_parseFragment(scratch, "x"), 0u);
     char hex[16];
     std::snprintf(hex, sizeof hex, "%x|", scratch);
-    EXPECT_EQ(drainErrors(), (Errs{{1001942, "1|a|"}, {1001748, hex}}));
+    EXPECT_EQ(drainErrors(), (Errs{{kEndTagMissing, "1|a|"}, {kInvalidHandle, hex}}));
 
     // With a document type the reader expands character references: one
     // byte each, and "&#60;" is markup.
@@ -382,7 +385,7 @@ TEST_F(LibraryTest, FragmentsOfADocument) {
     ASSERT_NE(f, 0u);
     EXPECT_EQ(describe(f), "#(\"x\",C\"A\\r\",\"&\")");
     EXPECT_EQ(VQXML_parseFragment(typed, "<b>&f;</b>"), 0u);
-    EXPECT_EQ(drainErrors(), (Errs{{1001934, "1|f|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{kUndeclaredEntity, "1|f|"}}));
     EXPECT_EQ(VQDOM_getLengthList(VQDOM_getChildNodes(typed)), children);
 }
 

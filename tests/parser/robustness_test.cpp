@@ -4,11 +4,14 @@
 #include <string>
 
 #include "support/test_util.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/memdiag.h"
 
 using vqtest::LibraryTest;
 
 namespace {
+
+using namespace vqxml::codes;
 
 const std::string kSample =
     "<?xml version='1.0' encoding='UTF-8' standalone='no'?>\n"
@@ -81,7 +84,7 @@ TEST_F(LibraryTest, SampleParsesAndEmptyInputFails) {
     const auto before = vqxml::memStats();
     EXPECT_EQ(VQXML_parse(""), 0u);
     EXPECT_EQ(VQXML_parse(nullptr), 0u);
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<vqtest::Err>{{1001941, "1|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (std::vector<vqtest::Err>{{kUnexpectedEnd, "1|"}}));
     EXPECT_EQ(vqxml::memStats().liveBlocks, before.liveBlocks);
     EXPECT_EQ(liveAreas(), 0);
 }

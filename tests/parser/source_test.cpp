@@ -11,10 +11,13 @@
 #include "vqxml/parser/chars.h"
 #include "vqxml/parser/parser.h"
 #include "vqxml/parser/source.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::ds;
 using vqtest::Err;
@@ -103,9 +106,9 @@ TEST_F(SourceTest, BadReferencesStayText) {
     Source *s = expanding("% a%1b%zz;c%p d&#X41;e&#65 %");
     EXPECT_EQ(readAll(s), "% a%1b%zz;c%p d&#X41;e&#65 %");
     deleteSource(s);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001935, "1|"}, {1001936, "1|zz|"}, {1001906, "1|"},
-                                          {1001906, "1|"}, {1001906, "1|"}, {1001935, "1|"}}));
-    EXPECT_EQ(vqtest::message(1001936, "3|zz|"), "line 3: parameter entity \"zz\" undefined");
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kPeNameExpected, "1|"}, {kPeUndefined, "1|zz|"}, {kSemicolonExpected, "1|"},
+                                          {kSemicolonExpected, "1|"}, {kSemicolonExpected, "1|"}, {kPeNameExpected, "1|"}}));
+    EXPECT_EQ(vqtest::message(kPeUndefined, "3|zz|"), "line 3: parameter entity \"zz\" undefined");
 }
 
 TEST_F(SourceTest, LookAheadAcrossExpansions) {
@@ -124,7 +127,7 @@ TEST_F(SourceTest, LookAheadAcrossExpansions) {
     const int32_t blocks = vqxml::memStats().liveBlocks;
     s = expanding("a%q;%p;");
     EXPECT_EQ(getNthCh(s, 6), 'Y');
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001936, "1|q|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kPeUndefined, "1|q|"}}));
     entity("q", "Q");
     EXPECT_EQ(readAll(s), "aQXY");
     deleteSource(s);
@@ -174,8 +177,8 @@ TEST_F(SourceTest, NestingOfEntitySourcesIsBounded) {
     open.back() = allocSourceEntity(p, doc);
     EXPECT_NE(open.back(), nullptr);
     for (Source *o : open) deleteSource(o);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001946, "5|64|"}, {1001946, "5|64|"}}));
-    EXPECT_EQ(vqtest::message(1001946, "5|64|"), "line 5: entity references nested deeper than 64 levels");
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kEntitiesTooDeep, "5|64|"}, {kEntitiesTooDeep, "5|64|"}}));
+    EXPECT_EQ(vqtest::message(kEntitiesTooDeep, "5|64|"), "line 5: entity references nested deeper than 64 levels");
 }
 
 TEST_F(SourceTest, EntitySourcesAndMessages) {
@@ -200,24 +203,24 @@ TEST_F(SourceTest, EntitySourcesAndMessages) {
     deleteSource(s);
     EXPECT_EQ(allocSourceEntity(doctype, doc), nullptr);
     EXPECT_EQ(allocSourceEntity(0x7fff01, doc), nullptr);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001749, "10|6|"}, {1001748, "7fff01|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kInvalidNodeType, "10|6|"}, {kInvalidHandle, "7fff01|"}}));
 
     // Arguments are cut to fit the record, in the caller's buffer.
     std::string arg(300, 'a');
-    addParseError(12, 1001913, arg.data());
+    addParseError(12, kExpected, arg.data());
     EXPECT_EQ(std::strlen(arg.c_str()), 251u);
     s = plain("1\xC3");
-    addParseErrorDS(s, 1001934, ds(doc, std::string(400, 'b').c_str()));
+    addParseErrorDS(s, kUndeclaredEntity, ds(doc, std::string(400, 'b').c_str()));
     EXPECT_EQ(checkNameStart(s), 0);
     getNextCh(s);
     EXPECT_EQ(checkNameStart(s), 1);
     getNextCh(s);
     EXPECT_EQ(checkNameStart(s), 0);
     deleteSource(s);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001913, "12|" + std::string(251, 'a') + "|"},
-                                          {1001934, "1|" + std::string(252, 'b') + "|"},
-                                          {1001911, "1|0x31|"},
-                                          {1001911, "1|0x0|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kExpected, "12|" + std::string(251, 'a') + "|"},
+                                          {kUndeclaredEntity, "1|" + std::string(252, 'b') + "|"},
+                                          {kNameStartIllegal, "1|0x31|"},
+                                          {kNameStartIllegal, "1|0x0|"}}));
 }
 
 TEST_F(SourceTest, TraceLabels) {
@@ -277,7 +280,7 @@ TEST_F(SourceTest, NoLeaksWhenAllocationsFail) {
     vqxml::failAllocAt(1);
     EXPECT_EQ(allocSource(text, 1, doc), nullptr);
     vqxml::failAllocAt(0);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001711, "Source|" + std::to_string(sizeof(Source)) + "|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{mainCode(kAllocErr), "Source|" + std::to_string(sizeof(Source)) + "|"}}));
     EXPECT_EQ(vqxml::memStats().liveBlocks, blocks);
 }
 

@@ -10,6 +10,7 @@
 #include "robustness/helpers.h"
 #include "vqxml/dom/printer.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/dom_string.h"
 
 using robust::allocations;
@@ -23,7 +24,9 @@ using vqtest::LibraryTest;
 
 namespace {
 
-constexpr int64_t kCannotAllocate = 1001711;
+using namespace vqxml::codes;
+
+constexpr int64_t kCannotAllocate = mainCode(kAllocErr);
 
 // A document that takes every allocating path of the parser: a document
 // type with defaults (one holding a reference), general and parameter

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "robustness/helpers.h"
+#include "vqxml/store/codes.h"
 
 using robust::liveAreas;
 using robust::liveBlocks;
@@ -15,6 +16,8 @@ using vqtest::Err;
 using vqtest::LibraryTest;
 
 namespace {
+
+using namespace vqxml::codes;
 
 // Ten levels of ten references each, over `leaf`.
 std::string laughs(const std::string &leaf) {
@@ -30,7 +33,7 @@ void expectRefused(const std::string &text, int line) {
     const int32_t blocks = liveBlocks();
     EXPECT_EQ(VQXML_parse(text.c_str()), 0u);
     const std::string budget = std::to_string((int64_t{64} << 20) + 64 * static_cast<int64_t>(text.size()));
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001945, std::to_string(line) + "|" + budget + "|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{kExpansionTooLarge, std::to_string(line) + "|" + budget + "|"}}));
     EXPECT_EQ(liveBlocks(), blocks);
     EXPECT_EQ(liveAreas(), 0);
 }
@@ -72,8 +75,8 @@ TEST_F(LibraryTest, ParameterEntityTextIsBoundedPerParse) {
     EXPECT_EQ(VQXML_parse(text.c_str()), 0u);
     const auto errors = vqtest::drainErrors();
     ASSERT_FALSE(errors.empty());
-    EXPECT_EQ(errors.front(), (Err{1001937, "1|a|"}));
-    EXPECT_EQ(errors.back(), (Err{1001945, "1|67108864|"}));
+    EXPECT_EQ(errors.front(), (Err{kPeIllegalHere, "1|a|"}));
+    EXPECT_EQ(errors.back(), (Err{kExpansionTooLarge, "1|67108864|"}));
     EXPECT_EQ(liveAreas(), 0);
 
     // Text read through many nested references counts once per level: 60
@@ -82,7 +85,7 @@ TEST_F(LibraryTest, ParameterEntityTextIsBoundedPerParse) {
     text = "<!DOCTYPE r [<!ENTITY % p60 '" + std::string(20000, ' ') + "'>";
     for (int i = 59; i >= 0; --i) text += "<!ENTITY % p" + std::to_string(i) + " '%p" + std::to_string(i + 1) + ";'>";
     EXPECT_EQ(VQXML_parse((text + repeat("%p0;", 100) + "]><r/>").c_str()), 0u);
-    EXPECT_EQ(vqtest::drainErrors().back(), (Err{1001945, "1|67108864|"}));
+    EXPECT_EQ(vqtest::drainErrors().back(), (Err{kExpansionTooLarge, "1|67108864|"}));
 }
 
 TEST_F(LibraryTest, ExpansionsWithinTheBudgetAreKeptWhole) {

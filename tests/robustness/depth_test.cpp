@@ -8,6 +8,7 @@
 #include "robustness/helpers.h"
 #include "vqxml/dom/dom.h"
 #include "vqxml/dom/printer.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/walk.h"
 
@@ -21,6 +22,8 @@ using vqtest::str;
 
 namespace {
 
+using namespace vqxml::codes;
+
 // Far deeper than a recursive walk could go on any usual stack.
 constexpr int kDepth = 200000;
 
@@ -30,7 +33,7 @@ TEST_F(LibraryTest, NestingBeyondTheBoundFailsWithoutCrashing) {
     // Far beyond the bound: a document, the same through the expanding
     // reader of a fragment, and a content model.
     const int32_t blocks = robust::liveBlocks();
-    const std::vector<Err> tooDeep{{1001944, "1|10000|"}};
+    const std::vector<Err> tooDeep{{kElementsTooDeep, "1|10000|"}};
     const std::string deep = repeat("<a>", 10000000);
     EXPECT_EQ(VQXML_parse(deep.c_str()), 0u);
     EXPECT_EQ(vqtest::drainErrors(), tooDeep);
@@ -96,7 +99,7 @@ TEST_F(LibraryTest, DeepTreesSurviveEveryWalk) {
     // Making the root its own descendant is refused (and, as for any
     // refused insertion, the root goes).
     EXPECT_EQ(VQDOM_appendChild(leaf, root), 0u);
-    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{1001703, ""}}));
+    EXPECT_EQ(vqtest::drainErrors(), (std::vector<Err>{{mainCode(kHierarchyRequestErr), ""}}));
     EXPECT_EQ(VQDOM_getDocumentElement(doc), 0u);
     VQDOM_deleteNode(doc);
     EXPECT_EQ(liveAreas(), 0);
@@ -154,9 +157,9 @@ TEST_F(LibraryTest, EntityReferencesNestAtMost64Deep) {
     EXPECT_EQ(VQXML_parse("<!DOCTYPE r [<!ENTITY % p '%p;'>\n%p;]><r/>"), 0u);
     auto errors = vqtest::drainErrors();
     ASSERT_GE(errors.size(), 2u);
-    EXPECT_EQ(errors[0], (Err{1001937, "1|p|"}));
+    EXPECT_EQ(errors[0], (Err{kPeIllegalHere, "1|p|"}));
     // (The refused reference is met again by every look-ahead at it.)
-    for (size_t i = 1; i < errors.size(); ++i) EXPECT_EQ(errors[i], (Err{1001946, "1|64|"}));
+    for (size_t i = 1; i < errors.size(); ++i) EXPECT_EQ(errors[i], (Err{kEntitiesTooDeep, "1|64|"}));
     // Nesting up to the bound expands in full: 63 entities, each naming
     // the next, the last holding a declaration.
     // (The value is longer than the nesting: the nested readers read that
@@ -166,7 +169,7 @@ TEST_F(LibraryTest, EntityReferencesNestAtMost64Deep) {
     for (int i = 61; i >= 0; --i) text += "<!ENTITY % p" + std::to_string(i) + " '%p" + std::to_string(i + 1) + ";'>";
     const VQHANDLE doc = VQXML_parse((text + "%p0;]><r>&g;</r>").c_str());
     ASSERT_NE(doc, 0u);
-    for (const Err &e : vqtest::drainErrors()) EXPECT_EQ(e.code, 1001937);
+    for (const Err &e : vqtest::drainErrors()) EXPECT_EQ(e.code, kPeIllegalHere);
     EXPECT_EQ(print(VQDOM_getDocumentElement(doc)), "<r>&g;</r>");
     EXPECT_EQ(VQDOM_getTextContent(VQDOM_getDocumentElement(doc), nullptr, 0), 100);
 }

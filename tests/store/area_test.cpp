@@ -9,11 +9,14 @@
 
 #include "support/test_util.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::drainErrors;
 using vqtest::Err;
@@ -144,7 +147,7 @@ TEST_F(AreaTest, NewDocumentLayoutNumbersAndFailures) {
         EXPECT_EQ(VQDOM_createDocument(), 0u);
         EXPECT_EQ(trace.lines().back(), "VQXML malloc - (newDocumentArea)     addr: 0x(nil), (len: 20336)");
     }
-    EXPECT_EQ(drainErrors(), (Errs{{1001711, "DocumentArea|20336|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{mainCode(kAllocErr), "DocumentArea|20336|"}}));
     EXPECT_EQ(area(3), nullptr);
     EXPECT_EQ(VQDOM_createDocument(), 0x103u);
 }
@@ -209,7 +212,7 @@ TEST_F(AreaTest, SlotSearchGrowsOrRescansAtTheFreeSlotBoundary) {
     dontRealloc[f] = 0;
     vqxml::failAllocAt(1);
     EXPECT_EQ(myAlloc(f, 1), 0u);
-    EXPECT_EQ(drainErrors(), (Errs{{1001711, "DocumentArea|36272|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{mainCode(kAllocErr), "DocumentArea|36272|"}}));
     EXPECT_EQ(dontRealloc[f], 1);
     EXPECT_EQ(area(f)->indexes, 719);
 }
@@ -323,7 +326,7 @@ TEST_F(AreaTest, GrowthKeepsTheBytesAndSlowsPastSixtyFourMillion) {
     EXPECT_EQ(dontRealloc[m], 1);
     const Errs errs = drainErrors();
     ASSERT_EQ(errs.size(), 1u);
-    EXPECT_EQ(errs[0].code, 1001711);
+    EXPECT_EQ(errs[0].code, mainCode(kAllocErr));
     EXPECT_EQ(errs[0].params.rfind("DocumentArea|", 0), 0u);
 }
 
@@ -355,7 +358,7 @@ TEST_F(AreaTest, GrowthTraceAndTheBarAfterAFailedGrowth) {
     EXPECT_EQ(area(m), before);
     EXPECT_EQ(dontRealloc[m], 1);
     EXPECT_STREQ(text(h), "persistent");
-    EXPECT_EQ(drainErrors(), (Errs{{1001711, "DocumentArea|42480|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{mainCode(kAllocErr), "DocumentArea|42480|"}}));
     // Barred: later growth fails silently, small requests still fit.
     EXPECT_EQ(myAlloc(m, 20000), 0u);
     EXPECT_TRUE(drainErrors().empty());
@@ -382,13 +385,13 @@ TEST_F(AreaTest, HandleChecksAndTheLastFree) {
     for (const auto &[handle, valid] : {std::pair<VQHANDLE, int>{0, 0}, {5, 0}, {h, 1}, {h + 256, 0}, {0x3e801, 0}})
         EXPECT_EQ(validHandle(handle), valid) << handle;
     EXPECT_EQ(VQXML_checkNode(0xabcd01) + VQXML_checkNode(h), 1);
-    EXPECT_EQ(drainErrors(), (Errs{{1001748, "5|"}, {1001748, "201|"}, {1001748, "3e801|"}, {1001748, "abcd01|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{kInvalidHandle, "5|"}, {kInvalidHandle, "201|"}, {kInvalidHandle, "3e801|"}, {kInvalidHandle, "abcd01|"}}));
     // Document number 0, one past 255, one without an area: quietly none.
     for (uint32_t number : {0u, 0x200u, 77u}) EXPECT_EQ(myAlloc(number, 8), 0u) << number;
     EXPECT_TRUE(drainErrors().empty());
     myFree(0);
     myFree(0x77);
-    EXPECT_EQ(drainErrors(), (Errs{{1001748, "77|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{kInvalidHandle, "77|"}}));
 
     // Freeing the last live block ends the document.
     const VQHANDLE g = myAlloc(n, 8);
@@ -397,7 +400,7 @@ TEST_F(AreaTest, HandleChecksAndTheLastFree) {
     myFree(g);
     EXPECT_EQ(area(n), nullptr);
     EXPECT_EQ(validHandle(g), 0);
-    EXPECT_EQ(drainErrors(), (Errs{{1001748, "201|"}}));
+    EXPECT_EQ(drainErrors(), (Errs{{kInvalidHandle, "201|"}}));
     EXPECT_EQ(newArea(), n) << "the number is free again";
 
     // Swapping two handles swaps their blocks; a null handle is ignored.
@@ -426,8 +429,8 @@ TEST_F(AreaTest, DocumentNumbersAndTheLimit) {
         EXPECT_EQ(lines[13], "VQXML - (addError) addr: @, (len: 272) 14:<NULL>");
     }
     EXPECT_EQ(vqxml::memStats().allocSize - stats.allocSize, 272) << "only the error record";
-    EXPECT_EQ(drainErrors(), (Errs{{1001714, ""}}));
-    EXPECT_EQ(vqtest::message(1001714, ""), "DOM error: The maximum number of 255 DOM Documents was exceeded.");
+    EXPECT_EQ(drainErrors(), (Errs{{mainCode(kTooManyDocumentsErr), ""}}));
+    EXPECT_EQ(vqtest::message(mainCode(kTooManyDocumentsErr), ""), "DOM error: The maximum number of 255 DOM Documents was exceeded.");
     VQXML_deleteDocumentArea(0x1207);  // document 7
     EXPECT_EQ(area(7), nullptr);
     EXPECT_EQ(newArea(), 7);
@@ -466,7 +469,7 @@ TEST_F(AreaTest, DeletingAreasAndTheirTraceLines) {
     {
         // A gap in the range is skipped; error record lines are level 2.
         TraceCapture trace('1');
-        addVqXmlError(1001801, "x");
+        addVqXmlError(kIllegalParameter, "x");
         VQXML_getError(nullptr);
         VQXML_deleteDocumentAreaRange(1, 3);
         EXPECT_EQ(traced(trace), (Lines{"VQXML free   - (deleteDocumentAreaRange)  nRangeLow: 1, nRangeHigh: 3",
@@ -514,13 +517,13 @@ TEST_F(AreaTest, LoadingAreaImages) {
     for (const auto &c : cases) {
         SCOPED_TRACE(c.reason ? c.reason : "number");
         EXPECT_EQ(load(c.damage), 0);
-        EXPECT_EQ(drainErrors(), (c.reason ? Errs{{1001757, c.reason}} : Errs{}));
+        EXPECT_EQ(drainErrors(), (c.reason ? Errs{{kBadAreaImage, c.reason}} : Errs{}));
     }
     EXPECT_EQ(vqxml::memStats().liveBlocks, live) << "refused images are freed";
     EXPECT_EQ(VQXML_documentLoaded(good.data()), 0) << "not a block of ours";
     EXPECT_EQ(VQXML_documentLoaded(nullptr), 0);
     EXPECT_TRUE(drainErrors().empty());
-    EXPECT_EQ(vqtest::message(1001757, "size|"), "invalid document area image: size");
+    EXPECT_EQ(vqtest::message(kBadAreaImage, "size|"), "invalid document area image: size");
 
     ASSERT_EQ(load([](DocArea *) {}), 1);
     EXPECT_EQ(area(n), image);

@@ -7,12 +7,15 @@
 
 #include "support/test_util.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/dom_string.h"
-#include "vqxml/store/walk.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/walk.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::ds;
 using vqtest::Err;
@@ -101,11 +104,11 @@ TEST_F(DomStringTest, InvalidHandlesReadEmptyAndEditsReportTheirName) {
     EXPECT_EQ(VQDOM_lenDS(0), 0);
     EXPECT_TRUE(vqtest::drainErrors().empty());  // the null handle is quiet
     EXPECT_EQ(VQDOM_lenDS(stale), 0);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001748, hex(stale)}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kInvalidHandle, hex(stale)}}));
     EXPECT_EQ(VQDOM_createDS(0, "x"), 0u);
     EXPECT_TRUE(vqtest::drainErrors().empty());
     EXPECT_EQ(VQDOM_createDS(0x77701, "x"), 0u);
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001748, "77701|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kInvalidHandle, "77701|"}}));
 
     EXPECT_EQ(VQDOM_cmpDS(a, 0), 0);  // reads as equal
     EXPECT_EQ(VQDOM_cmpDSStr(0, "abc"), 0);
@@ -122,7 +125,7 @@ TEST_F(DomStringTest, InvalidHandlesReadEmptyAndEditsReportTheirName) {
     EXPECT_EQ(str(a), "abc");
 
     VQDOM_appendDS(stale, "x");
-    EXPECT_EQ(vqtest::drainErrors(), (Errs{{1001748, hex(stale)}, {1001712, "appendDS|"}}));
+    EXPECT_EQ(vqtest::drainErrors(), (Errs{{kInvalidHandle, hex(stale)}, {mainCode(kNullPointerErr), "appendDS|"}}));
 }
 
 TEST_F(DomStringTest, FailedAllocationLeavesTheStringAsItWas) {

@@ -7,10 +7,13 @@
 #include <vector>
 
 #include "support/test_util.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::drainErrors;
 using vqtest::Err;
@@ -35,31 +38,31 @@ TEST_F(LibraryTest, MessagesFillPlaceholdersFromFields) {
         int64_t code;
         const char *params, *text;
     } cases[] = {
-        {1001700, "x|", ""},
-        {1001701, "12|20|", "DOM error: INDEX_SIZE_ERR stringsize: 12, offset: 12"},
-        {1001702, "x|", "DOM error: DOMSTRING_SIZE_ERR"},
-        {1001709, "blob|", "DOM error: NOT_SUPPORTED_ERR, data type \"blob\" unsupported"},
-        {1001711, "", "DOM error: cannot allocate \"???\" (size: ?\?\?)"},
-        {1001712, "", "DOM error: function \"???\" called with null pointer"},
-        {1001713, "f|", "DOM error: The maximum number of 256 DOM handles was exceeded in function 'f'."},
-        {1001715, "", "DOM error: The maximum number of 16 777 215 nodes in a document was exceeded."},
-        {1001756, "0x2f|", "invalid character in DESC: 0x2f"},
-        {1001805, "p|D|x|", "mandatory parameter \"p\" missing from Document \"D\""},
-        {1001808, "A|B|", "DESC \"A\" duplicated in tags \"B\" and \"???\""},
-        {1001808, "A||C|", "DESC \"A\" duplicated in tags \"\" and \"C\""},
-        {1001808, "A|B|C", "DESC \"A\" duplicated in tags \"B\" and \"C\""},
-        {1001809, "P|", "OCCURENCE of DESC=\"P\" is not MULTIPLE"},
-        {1001817, "d|v|t|", "data \"d\": value \"v\" is illegal for type \"t\""},
-        {1001817, "d|v", "data \"d\": value \"v\" is illegal for type \"???\""},
-        {1001900, "4|x|", "line 4: endtag of \"x\": \"<\" expected"},
-        {1001901, "4|x|", "line 4: endtag of \"x\": \"/\" expected"},
-        {1001905, "4|", "line 4: unknown reference"},
-        {1001917, "7|", "line 7: \"|\" and \",\" mixed in Element Type Declaration"},
-        {1001921, "4|", "line 4: Element Type Declaration error, \"(\" expected"},
-        {1001937, "|p|", "line : use of parameter entity \"p\" is illegal here"},
-        {1001942, "3|a|", "Line 3: endtag \"</a>\" is missing."},
-        {1001943, "1|]]>|", "Line 1: illegal \"]]>\"."},
-        {1001945, "4|", "line 4: entity expansion exceeds ??? bytes"},
+        {kDomCodeBase, "x|", ""},
+        {mainCode(kIndexSizeErr), "12|20|", "DOM error: INDEX_SIZE_ERR stringsize: 12, offset: 12"},
+        {mainCode(kDomstringSizeErr), "x|", "DOM error: DOMSTRING_SIZE_ERR"},
+        {mainCode(kNotSupportedErr), "blob|", "DOM error: NOT_SUPPORTED_ERR, data type \"blob\" unsupported"},
+        {mainCode(kAllocErr), "", "DOM error: cannot allocate \"???\" (size: ?\?\?)"},
+        {mainCode(kNullPointerErr), "", "DOM error: function \"???\" called with null pointer"},
+        {mainCode(kTooManyHandlesErr), "f|", "DOM error: The maximum number of 256 DOM handles was exceeded in function 'f'."},
+        {mainCode(kTooManyNodesErr), "", "DOM error: The maximum number of 16 777 215 nodes in a document was exceeded."},
+        {kBadDescCharacter, "0x2f|", "invalid character in DESC: 0x2f"},
+        {kParameterMissing, "p|D|x|", "mandatory parameter \"p\" missing from Document \"D\""},
+        {kDescDuplicated, "A|B|", "DESC \"A\" duplicated in tags \"B\" and \"???\""},
+        {kDescDuplicated, "A||C|", "DESC \"A\" duplicated in tags \"\" and \"C\""},
+        {kDescDuplicated, "A|B|C", "DESC \"A\" duplicated in tags \"B\" and \"C\""},
+        {kOccurrenceNotMultiple, "P|", "OCCURENCE of DESC=\"P\" is not MULTIPLE"},
+        {kDataValueIllegal, "d|v|t|", "data \"d\": value \"v\" is illegal for type \"t\""},
+        {kDataValueIllegal, "d|v", "data \"d\": value \"v\" is illegal for type \"???\""},
+        {kEndTagLessExpected, "4|x|", "line 4: endtag of \"x\": \"<\" expected"},
+        {kEndTagSlashExpected, "4|x|", "line 4: endtag of \"x\": \"/\" expected"},
+        {kUnknownReference, "4|", "line 4: unknown reference"},
+        {kMixedSeparators, "7|", "line 7: \"|\" and \",\" mixed in Element Type Declaration"},
+        {kGroupOpenExpected, "4|", "line 4: Element Type Declaration error, \"(\" expected"},
+        {kPeIllegalHere, "|p|", "line : use of parameter entity \"p\" is illegal here"},
+        {kEndTagMissing, "3|a|", "Line 3: endtag \"</a>\" is missing."},
+        {kIllegalSequence, "1|]]>|", "Line 1: illegal \"]]>\"."},
+        {kExpansionTooLarge, "4|", "line 4: entity expansion exceeds ??? bytes"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.code);
@@ -74,28 +77,28 @@ TEST_F(LibraryTest, MessagesFillPlaceholdersFromFields) {
                          1001928, 1001929, 1001947})
         EXPECT_EQ(message(code, "1|"), "error " + std::to_string(code));
     char buf[64];
-    EXPECT_EQ(VQXML_getErrorMsg(1001748, nullptr, buf, sizeof buf), 33);
+    EXPECT_EQ(VQXML_getErrorMsg(kInvalidHandle, nullptr, buf, sizeof buf), 33);
     EXPECT_STREQ(buf, "invalid node handle detected: ???");
 
     // Truncation still counts the whole text.
     const std::string full = "invalid nodetype detected: 2, should be 1";
     std::memset(buf, 'x', sizeof buf);
-    EXPECT_EQ(VQXML_getErrorMsg(1001749, "2|1|", buf, 10), static_cast<int32_t>(full.size()));
+    EXPECT_EQ(VQXML_getErrorMsg(kInvalidNodeType, "2|1|", buf, 10), static_cast<int32_t>(full.size()));
     EXPECT_EQ(std::string(buf), full.substr(0, 9));
     char one[1] = {'x'};
-    EXPECT_EQ(VQXML_getErrorMsg(1001749, "2|1|", one, 1), static_cast<int32_t>(full.size()));
+    EXPECT_EQ(VQXML_getErrorMsg(kInvalidNodeType, "2|1|", one, 1), static_cast<int32_t>(full.size()));
     EXPECT_EQ(one[0], '\0');
-    EXPECT_EQ(VQXML_getErrorMsg(1001749, "2|1|", nullptr, 0), static_cast<int32_t>(full.size()));
+    EXPECT_EQ(VQXML_getErrorMsg(kInvalidNodeType, "2|1|", nullptr, 0), static_cast<int32_t>(full.size()));
 }
 
 TEST_F(LibraryTest, ParameterTextsAreStoredWithTheirBar) {
-    for (const char *p : {"plain", "ends|", static_cast<const char *>(nullptr), ""}) addVqXmlError(1001801, p);
-    addVqXmlError(1001801, std::string(300, 'x').c_str());
-    addVqXmlError3(1001816, "Size  ", "12a", "number ");
-    addVqXmlError3(1001816, "", "   ", nullptr);
+    for (const char *p : {"plain", "ends|", static_cast<const char *>(nullptr), ""}) addVqXmlError(kIllegalParameter, p);
+    addVqXmlError(kIllegalParameter, std::string(300, 'x').c_str());
+    addVqXmlError3(kParameterValueIllegal, "Size  ", "12a", "number ");
+    addVqXmlError3(kParameterValueIllegal, "", "   ", nullptr);
     // The first part fills the 512-byte buffer, leaving no room for the
     // others; the stored text is then cut to 254 bytes and a bar.
-    addVqXmlError3(1001816, std::string(600, 'p').c_str(), "v", "t");
+    addVqXmlError3(kParameterValueIllegal, std::string(600, 'p').c_str(), "v", "t");
     const Errs errs = drainErrors();
     ASSERT_EQ(errs.size(), 8u);
     const char *expected[] = {"plain|", "ends|", "", "|", nullptr, "Size|12a|number|", "|||", nullptr};
@@ -112,7 +115,7 @@ TEST_F(LibraryTest, ThreePartTextsAtTheEndOfTheBuffer) {
     // (which shows it before the record cuts it to 254 bytes).
     auto packed = [](const std::string &p1) {
         TraceCapture trace('2');
-        addVqXmlError3(1001816, p1.c_str(), "bb", "cc");
+        addVqXmlError3(kParameterValueIllegal, p1.c_str(), "bb", "cc");
         const std::string line = trace.lines().back();
         const std::string mark = "(len: 272) 1001816:";
         const size_t at = line.find(mark);
@@ -142,7 +145,7 @@ TEST_F(LibraryTest, ListsAreCutInTheMiddleRecordByRecord) {
         auto add = [&](int i) {
             const std::string params = std::to_string(i) + "|";
             if (l.dom) vqxml::domError(vqxml::kNotFoundErr, params.c_str());
-            else addVqXmlError(1001802, params.c_str());
+            else addVqXmlError(kIllegalData, params.c_str());
         };
         for (int i = 1; i <= l.limit; ++i) add(i);
         Lines expected(static_cast<size_t>(l.cut), "VQXML free   - (deleteMid) addr: @");
@@ -156,7 +159,7 @@ TEST_F(LibraryTest, ListsAreCutInTheMiddleRecordByRecord) {
         EXPECT_EQ(l.dom ? vqxml::domErrorCount() : vqxml::mainErrorCount(), kept);
         const Errs errs = l.dom ? vqtest::drainDomErrors() : drainErrors();
         ASSERT_EQ(errs.size(), static_cast<size_t>(kept));
-        EXPECT_EQ(errs[0], (Err{l.dom ? 8 : 1001802, "1|"}));
+        EXPECT_EQ(errs[0], (Err{l.dom ? 8 : kIllegalData, "1|"}));
         const int head = l.limit * 2 / 5 + 1;
         EXPECT_EQ(errs[head - 1].params, std::to_string(head) + "|");
         EXPECT_EQ(errs[head].params, std::to_string(head + l.cut + 1) + "|");
@@ -166,13 +169,13 @@ TEST_F(LibraryTest, ListsAreCutInTheMiddleRecordByRecord) {
 
 TEST_F(LibraryTest, DomAndMainErrorsKeepTheirOrder) {
     vqxml::domError(vqxml::kHierarchyRequestErr, nullptr);
-    addVqXmlError(1001801, "a");
+    addVqXmlError(kIllegalParameter, "a");
     vqxml::domError(vqxml::kWrongDocumentErr, "createElement");
-    EXPECT_EQ(VQXML_getError(nullptr), 1001703);
-    EXPECT_EQ(VQXML_getError(nullptr), 1001801);
+    EXPECT_EQ(VQXML_getError(nullptr), mainCode(kHierarchyRequestErr));
+    EXPECT_EQ(VQXML_getError(nullptr), kIllegalParameter);
     // The main list is empty now, so reading moves the pending DOM error.
     char params[256];
-    EXPECT_EQ(VQXML_getError(params), 1001704);
+    EXPECT_EQ(VQXML_getError(params), mainCode(kWrongDocumentErr));
     EXPECT_STREQ(params, "createElement|");
     EXPECT_EQ(VQXML_getError(params), 0);
     EXPECT_STREQ(params, "");
@@ -196,9 +199,9 @@ TEST_F(LibraryTest, RaisersFormatTheirParameters) {
     errorIndexSize(5, 6);
     errorAlloc("Element", 48);
     errorNoMoreHandle();
-    EXPECT_EQ(drainErrors(), (Errs{{1001701, "5|6|"}, {1001711, "Element|48|"}, {1001715, ""}}));
-    EXPECT_EQ(message(1001701, "5|6|"), "DOM error: INDEX_SIZE_ERR stringsize: 5, offset: 5");
-    EXPECT_EQ(message(1001711, "Element|48|"), "DOM error: cannot allocate \"Element\" (size: 48)");
+    EXPECT_EQ(drainErrors(), (Errs{{mainCode(kIndexSizeErr), "5|6|"}, {mainCode(kAllocErr), "Element|48|"}, {mainCode(kTooManyNodesErr), ""}}));
+    EXPECT_EQ(message(mainCode(kIndexSizeErr), "5|6|"), "DOM error: INDEX_SIZE_ERR stringsize: 5, offset: 5");
+    EXPECT_EQ(message(mainCode(kAllocErr), "Element|48|"), "DOM error: cannot allocate \"Element\" (size: 48)");
 
     // The name check of a new name reports every bad byte, then the DOM
     // error on both lists, and takes the name.
@@ -207,8 +210,8 @@ TEST_F(LibraryTest, RaisersFormatTheirParameters) {
     EXPECT_EQ(invalidCharacterErr(bad), 1);
     EXPECT_FALSE(vqxml::liveHandle(bad));
     EXPECT_EQ(VQDOM_getLastError(), 5);
-    EXPECT_EQ(drainErrors(), (Errs{{1001750, "0x31|"}, {1001755, "0x20|"}, {1001705, "0x31|1a b|"}}));
-    EXPECT_EQ(message(1001705, "0x31|1a b|"),
+    EXPECT_EQ(drainErrors(), (Errs{{kBadNameStart, "0x31|"}, {kBadNameCharacter, "0x20|"}, {mainCode(kInvalidCharacterErr), "0x31|1a b|"}}));
+    EXPECT_EQ(message(mainCode(kInvalidCharacterErr), "0x31|1a b|"),
               "DOM error: INVALID_CHARACTER_ERR character \"0x31\" invalid in name \"1a b\"");
     const VQHANDLE good = vqtest::ds(doc, "a:b-1.\xC3\xA9");
     EXPECT_EQ(invalidCharacterErr(good), 0);

@@ -15,6 +15,7 @@
 
 #include "support/test_util.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
@@ -22,6 +23,8 @@
 using vqtest::LibraryTest;
 
 namespace {
+
+using namespace vqxml::codes;
 
 std::string readFile(const std::string &path) {
     std::ifstream in(path);
@@ -255,12 +258,12 @@ TEST_F(LibraryTest, TraceSwitchLevelsAndCleanUp) {
 
     // Clean-up, under either name, empties both lists and keeps the documents.
     const int n = newArea();
-    addVqXmlError(1001801, "main");
+    addVqXmlError(kIllegalParameter, "main");
     vqxml::domError(vqxml::kNotFoundErr, "pending");
     VQXML_xmlCleanup();
     EXPECT_EQ(VQDOM_getError(nullptr), 0);
     EXPECT_EQ(VQXML_getError(nullptr), 0);
-    addVqXmlError(1001801, "main");
+    addVqXmlError(kIllegalParameter, "main");
     xmlCleanup();
     EXPECT_EQ(VQXML_getError(nullptr), 0);
     EXPECT_NE(docHead[n], nullptr);

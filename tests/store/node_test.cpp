@@ -7,11 +7,14 @@
 
 #include "support/test_util.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/codes.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/node.h"
 #include "vqxml/store/walk.h"
 
 namespace {
+
+using namespace vqxml::codes;
 
 using vqtest::ds;
 using vqtest::Err;
@@ -94,9 +97,9 @@ TEST_F(NodeTest, RecordSizesAccessorsAndFailures) {
         const VQHANDLE foreign = allocNode(doc, other, 0);
         EXPECT_EQ(row.accessor(foreign), toPNode(foreign));
         EXPECT_EQ(vqtest::drainErrors(),
-                  (Errs{{1001749, std::to_string(other) + "|" + std::to_string(row.type) + "|"}}));
+                  (Errs{{kInvalidNodeType, std::to_string(other) + "|" + std::to_string(row.type) + "|"}}));
     }
-    EXPECT_EQ(vqtest::message(1001749, "2|1|"), "invalid nodetype detected: 2, should be 1");
+    EXPECT_EQ(vqtest::message(kInvalidNodeType, "2|1|"), "invalid nodetype detected: 2, should be 1");
     // Unknown types get an element-sized record; then the other records.
     for (int unknown : {0, 18, 1000}) EXPECT_EQ(blockOf([&] { allocNode(doc, unknown, 0); }), 48) << unknown;
     EXPECT_EQ(blockOf([&] { createNamedNodeMap(doc); }), 16);
