@@ -195,8 +195,8 @@ TEST_F(CraftedImageTest, EveryCallEndsInBoundedTime) {
         void *block = VQXML_streamIn(length);
         std::memcpy(block, image.data(), image.size());
         ASSERT_EQ(VQXML_documentLoaded(block), 1) << d.name << ": the checks see blocks, not links";
-        for (const auto &[what, call] : calls)
-            EXPECT_TRUE(endsInTime([&] { call(nodes); })) << d.name << ": " << what;
+        for (const auto &c : calls)  // clang 14 cannot capture structured bindings
+            EXPECT_TRUE(endsInTime([&] { c.second(nodes); })) << d.name << ": " << c.first;
         VQXML_deleteDocumentArea(doc);
     }
     vqtest::drainErrors();
