@@ -2,8 +2,8 @@
 // default attributes make the parser copy nodes it has already built, so the
 // size of a parsed document is not bounded by the size of its text: a few
 // hundred bytes of nested entity declarations stand for billions of nodes.
-// The budget caps what those copies may add to document areas at 64 MiB
-// plus 64 bytes per byte of input. It is measured in area bytes (the clone
+// The budget caps what those copies may add to document areas at 8 MiB
+// plus 100 bytes per byte of input. It is measured in area bytes (the clone
 // meter of the DOM layer charges what each copy step really allocates,
 // default attributes of copied elements included), so time and memory stay
 // proportional to it. Copies cost far more than the text that asks for

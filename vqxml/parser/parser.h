@@ -155,7 +155,7 @@ private:
 // The budget of one parse call for copies. A reference to a declared entity
 // copies the entity's nodes and every element gets copies of its DTD
 // defaults, so a small text could otherwise grow a document without limit.
-// While a budget lives, the copies may add at most 64 MiB plus 64 bytes per
+// While a budget lives, the copies may add at most 8 MiB plus 100 bytes per
 // input byte to document areas; the construct that goes beyond fails with
 // 1001945. It also keeps the reader's count of entity text for the whole
 // call (EntityBudgetScope).

@@ -28,10 +28,10 @@ constexpr int64_t kCopyAllowance = int64_t{1} << 20;
 constexpr int64_t kEntityTextBudget = int64_t{64} << 20;
 // Bytes that copies (entity references, default attributes) may add to
 // document areas in one parse call, before the share per input byte.
-constexpr int64_t kCopyAllowance = int64_t{64} << 20;
+constexpr int64_t kCopyAllowance = int64_t{8} << 20;
 #endif
 // Further copy bytes allowed for each byte of the parsed text.
-constexpr int64_t kCopyPerInputByte = 64;
+constexpr int64_t kCopyPerInputByte = 100;
 
 // Default attributes whose values bring further defaults; deeper ones are
 // not added.
