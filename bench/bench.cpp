@@ -14,15 +14,24 @@
 //                               against 10 000, 100 000 and 400 000 elements
 //   vqxml_bench --model         query building and reading back: 1 000 and
 //                               10 000 entries into a model of 1 000 items
+//   vqxml_bench --costs         only the second and third tables below
+//                               (with --quick: 1 MB corpora only)
 //
 // Parse speed is input megabytes per second to a complete tree (the tree is
 // freed after every run, outside the timing); print speed is input megabytes
 // per second to a compact serialization in memory; memory is the growth of
 // the peak resident set during one parse in a fresh child process, divided
 // by the input size.
+//
+// Two tables of libvqxml alone follow: repeated cycles of parsing a document
+// and deleting its document node (medians of each, and the minor page
+// faults one cycle takes once the first has run), and the time to refuse
+// each hostile document, against parsing the 1 MB records corpus in the
+// same run.
 #include <libxml/parser.h>
 #include <stdlib.h>
 #include <libxml/tree.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -436,11 +445,110 @@ int modelTable(int runs) {
     return 0;
 }
 
+// ---- deleting, page faults, refusals ---------------------------------------
+
+long minorFaults() {
+    rusage u{};
+    getrusage(RUSAGE_SELF, &u);
+    return u.ru_minflt;
+}
+
+struct Cycle {
+    double parseMs = 0, deleteMs = 0, faults = 0;
+    bool ok = false;
+};
+
+// `runs` cycles of parsing and deleting the document node, after one that
+// is not counted (the process's first touch of its memory).
+Cycle cycles(const std::string &text, int runs) {
+    Cycle c;
+    std::vector<double> parse, remove;
+    long faults = 0;
+    for (int r = -1; r < runs; ++r) {
+        const long f0 = minorFaults();
+        const auto t0 = Clock::now();
+        const VQHANDLE doc = VQXML_parse(text.c_str());
+        const auto t1 = Clock::now();
+        if (doc == 0) {
+            VQXML_resetErrorList();
+            return c;
+        }
+        VQDOM_deleteNode(doc);
+        const auto t2 = Clock::now();
+        if (r < 0) continue;
+        faults += minorFaults() - f0;
+        parse.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
+        remove.push_back(std::chrono::duration<double, std::milli>(t2 - t1).count());
+        int32_t left[6] = {};
+        VQXML_debug_mem(doc, left, 0);
+        if (left[5] != 0) {  // something outlived the document node
+            std::fprintf(stderr, "the document's area stayed after its deletion\n");
+            VQXML_deleteDocumentArea(doc);
+        }
+    }
+    c.parseMs = median(parse);
+    c.deleteMs = median(remove);
+    c.faults = static_cast<double>(faults) / runs;
+    c.ok = true;
+    return c;
+}
+
+void costs(const std::vector<bench::Corpus> &inputs, int runs) {
+    std::printf("\n%-22s %8s | %10s %10s %8s %13s\n", "vqxml: parse, delete", "MB", "parse ms",
+                "delete ms", "del/parse", "faults/cycle");
+    std::printf("%s\n", std::string(80, '-').c_str());
+    double recordsMs = 0;
+    for (const auto &in : inputs) {
+        const int n = runs > 0 ? runs : (in.text.size() > (8u << 20) ? 5 : 15);
+        const Cycle c = cycles(in.text, n);
+        const double mb = static_cast<double>(in.text.size()) / 1e6;
+        if (!c.ok) {
+            std::printf("%-22s %8.2f |   failed\n", in.name.c_str(), mb);
+            continue;
+        }
+        if (in.name == "records-1MB") recordsMs = c.parseMs;
+        std::printf("%-22s %8.2f | %10.2f %10.2f %8.3f %13.0f\n", in.name.c_str(), mb, c.parseMs,
+                    c.deleteMs, c.deleteMs / c.parseMs, c.faults);
+        std::fflush(stdout);
+    }
+    if (recordsMs == 0) recordsMs = cycles(bench::records(1u << 20), 15).parseMs;
+
+    std::printf("\n%-22s %8s | %10s %12s  %s\n", "vqxml: refusing", "bytes", "median ms",
+                "/records-1MB", "recorded error");
+    std::printf("%s\n", std::string(80, '-').c_str());
+    for (const auto &h : bench::hostile()) {
+        std::vector<double> times;
+        char params[256] = "", msg[512] = "parsed (not refused)";
+        for (int r = 0; r < (runs > 0 ? runs : 7); ++r) {
+            const auto t0 = Clock::now();
+            const VQHANDLE doc = VQXML_parse(h.text.c_str());
+            times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - t0).count());
+            if (doc != 0) {
+                VQXML_deleteDocumentArea(doc);
+                continue;
+            }
+            // The last error names the bound that stopped the parse.
+            int64_t code = 0, last = 0;
+            char p[256];
+            while ((code = VQXML_getError(p)) != 0) {
+                last = code;
+                std::memcpy(params, p, sizeof params);
+            }
+            VQXML_getErrorMsg(last, params, msg, sizeof msg);
+        }
+        VQXML_resetErrorList();
+        const double ms = median(times);
+        std::printf("%-22s %8zu | %10.2f %12.2f  %.60s\n", h.name.c_str(), h.text.size(), ms,
+                    ms / recordsMs, msg);
+        std::fflush(stdout);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     int runs = 0;
-    bool quick = false;
+    bool quick = false, costsOnly = false;
     std::vector<std::string> files;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--capacity") == 0) {
@@ -459,6 +567,8 @@ int main(int argc, char **argv) {
             return modelTable(runs);
         } else if (std::strcmp(argv[i], "--quick") == 0)
             quick = true;
+        else if (std::strcmp(argv[i], "--costs") == 0)
+            costsOnly = true;
         else if (std::strcmp(argv[i], "--rss") == 0)
             files.push_back("--rss");
         else if (std::strcmp(argv[i], "--runs") == 0 && i + 1 < argc)
@@ -504,6 +614,11 @@ int main(int argc, char **argv) {
         inputs.push_back({name, std::move(text)});
     }
 
+    if (costsOnly) {
+        costs(inputs, runs);
+        VQXML_xmlCleanup();
+        return 0;
+    }
     header();
     std::vector<Row> rows;
     for (const auto &in : inputs) {
@@ -529,6 +644,7 @@ int main(int argc, char **argv) {
                         big.vq.parseSeconds / small.vq.parseSeconds);
         }
     }
+    costs(inputs, runs);
     xmlCleanupParser();
     VQXML_xmlCleanup();
     return 0;

@@ -161,4 +161,30 @@ std::vector<Corpus> generated(size_t bytes, const std::string &suffix) {
             {"deep" + suffix, deepNesting(bytes)}};
 }
 
+std::vector<Corpus> hostile() {
+    auto repeat = [](const std::string &s, int n) {
+        std::string out;
+        for (int i = 0; i < n; ++i) out += s;
+        return out;
+    };
+    std::vector<Corpus> out;
+    std::string laughs = "<?xml version=\"1.0\"?>\n<!DOCTYPE lolz [\n <!ENTITY lol \"lol\">\n";
+    for (int i = 1; i < 10; ++i) {
+        const std::string prev = i == 1 ? "lol" : "lol" + std::to_string(i - 1);
+        laughs += " <!ENTITY lol" + std::to_string(i) + " \"" + repeat("&" + prev + ";", 10) + "\">\n";
+    }
+    out.push_back({"billion-laughs", laughs + "]>\n<lolz>&lol9;</lolz>\n"});
+    out.push_back({"large-entity", "<!DOCTYPE r [<!ENTITY a '" + std::string(100000, 'x') + "'>]>\n<r>" +
+                                       repeat("&a;", 20000) + "</r>\n"});
+    std::string defaults = "<!DOCTYPE r [\n";
+    for (int i = 0; i < 200; ++i)
+        defaults += "<!ATTLIST a d" + std::to_string(i) + " CDATA '" + std::string(1000, 'y') + "'>\n";
+    out.push_back({"attribute-defaults", defaults + "]>\n<r>" + repeat("<a/>", 20000) + "</r>\n"});
+    std::string params = "<!DOCTYPE r [<!ENTITY % p60 '" + std::string(20000, ' ') + "'>";
+    for (int i = 59; i >= 0; --i)
+        params += "<!ENTITY % p" + std::to_string(i) + " '%p" + std::to_string(i + 1) + ";'>";
+    out.push_back({"parameter-entities", params + repeat("%p0;", 100) + "]><r/>\n"});
+    return out;
+}
+
 }  // namespace bench

@@ -25,6 +25,13 @@ std::string deepNesting(size_t bytes);
 
 std::vector<Corpus> generated(size_t bytes, const std::string &suffix);
 
+// Small documents made to multiply when parsed, each of which the library
+// refuses: ten levels of ten entity references over "lol", a 100 000-byte
+// entity referenced 20 000 times, 200 attribute defaults of 1 000 bytes
+// each on 20 000 elements, and 60 nested parameter entities over 20 000
+// bytes referenced 100 times.
+std::vector<Corpus> hostile();
+
 }  // namespace bench
 
 #endif  // VQXML_BENCH_CORPUS_H
