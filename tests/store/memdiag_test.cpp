@@ -290,3 +290,49 @@ TEST_F(LibraryTest, ProcessMemoryMeasurement) {
     EXPECT_EQ(text.rfind("VQXML Memory Information: VM Size = ", 0), 0u) << text;
     EXPECT_LE(text.size(), 255u);
 }
+
+// Large blocks given back keep their pages for the next large block, up to
+// a bound, outside the accounting; clean-up returns them.
+TEST_F(LibraryTest, MemoryOfLargeBlocksIsKeptWithinItsBound) {
+    VQXML_xmlCleanup();
+    ASSERT_EQ(vqxml::keptBytes(), 0u);
+    const auto before = vqxml::memStats();
+    constexpr size_t kMiB = size_t{1} << 20;
+    void *blocks[5];
+    for (void *&b : blocks) {
+        b = dbg_malloc(40 * kMiB, "large");
+        ASSERT_NE(b, nullptr);
+        std::memset(b, 0x5a, 40 * kMiB);
+    }
+    for (void *b : blocks) dbg_free(b);
+    EXPECT_EQ(vqxml::keptBytes(), 64 * kMiB);
+    EXPECT_EQ(vqxml::memStats().allocSize, before.allocSize);
+    EXPECT_EQ(vqxml::memStats().liveBlocks, before.liveBlocks);
+
+    // A kept block serves a larger request too, committing the rest; its
+    // whole length is usable.
+    void *big = dbg_malloc(50 * kMiB, "larger");
+    ASSERT_NE(big, nullptr);
+    std::memset(big, 1, 50 * kMiB);
+    dbg_free(big);
+
+    // A document parsed into memory of a deleted one is read as if the
+    // memory were fresh.
+    std::string text = "<r>";
+    for (int i = 0; text.size() < 2 * kMiB; ++i)
+        text += "<e n=\"" + std::to_string(i) + "\">" + std::to_string(i * 7) + "</e>";
+    text += "</r>";
+    std::string printed[2];
+    for (std::string &p : printed) {
+        const VQHANDLE doc = VQXML_parse(text.c_str());
+        ASSERT_NE(doc, 0u);
+        p.resize(text.size() + 64);
+        p.resize(static_cast<size_t>(VQXML_printNode(doc, p.data(), static_cast<int32_t>(p.size()))));
+        VQDOM_deleteNode(doc);
+        EXPECT_GT(vqxml::keptBytes(), 0u);
+    }
+    EXPECT_EQ(printed[0], text);
+    EXPECT_EQ(printed[1], text);
+    VQXML_xmlCleanup();
+    EXPECT_EQ(vqxml::keptBytes(), 0u);
+}

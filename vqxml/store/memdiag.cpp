@@ -69,11 +69,71 @@ void *reserveBlock(size_t *committed, size_t *reserved) {
     return p;
 }
 
+// Reservations whose blocks were given back, kept with their committed
+// pages for the next large block: a document parsed after another was
+// deleted then finds its memory already faulted in. At most kKeptBlocks
+// are kept, with kKeptBytes of committed memory between them; the pages
+// above that are returned when a block is kept. releaseKeptMemory returns
+// the rest.
+constexpr int kKeptBlocks = 4;
+constexpr size_t kKeptBytes = size_t{64} << 20;
+
+struct Kept {
+    void *addr;
+    size_t committed;
+};
+constinit Kept kept[kKeptBlocks] = {};
+constinit int keptCount = 0;
+constinit size_t keptTotal = 0;
+
+// A kept reservation with at least `bytes` committed (the most recently
+// kept one otherwise, committed further); null when none is kept or the
+// pages cannot be committed.
+void *reuseBlock(size_t bytes, size_t *committed) {
+    if (keptCount == 0) return nullptr;
+    int pick = keptCount - 1;
+    for (int i = 0; i < keptCount; ++i)
+        if (kept[i].committed >= bytes) pick = i;
+    Kept k = kept[pick];
+    if (k.committed < bytes &&
+        ::mprotect(static_cast<char *>(k.addr) + k.committed, bytes - k.committed,
+                   PROT_READ | PROT_WRITE) != 0)
+        return nullptr;
+    kept[pick] = kept[--keptCount];
+    keptTotal -= k.committed;
+    *committed = k.committed < bytes ? bytes : k.committed;
+    return k.addr;
+}
+
+// Keeps a reservation instead of unmapping it, its committed pages cut to
+// what the bound leaves room for; false when nothing may be kept.
+bool keepBlock(void *p, size_t committed) {
+    const size_t room = kKeptBytes - keptTotal;
+    if (keptCount == kKeptBlocks || room < kHugePage) return false;
+    size_t keep = committed;
+    if (keep > room) {
+        keep = room & ~(kHugePage - 1);
+        char *cut = static_cast<char *>(p) + keep;
+        if (::mprotect(cut, committed - keep, PROT_NONE) != 0 ||
+            ::madvise(cut, committed - keep, MADV_DONTNEED) != 0)
+            return false;
+    }
+    kept[keptCount++] = {p, keep};
+    keptTotal += keep;
+    return true;
+}
+
 void *rawAlloc(size_t size, size_t *mapped, size_t *reserved) {
     *mapped = *reserved = 0;
     if (size < kMapThreshold) return std::malloc(size);
     size_t bytes = pageRound(size);
     if (bytes <= kReservation) {
+        size_t committed = 0;
+        if (void *p = reuseBlock(commitRound(bytes), &committed)) {
+            *mapped = committed;
+            *reserved = kReservation;
+            return p;
+        }
         if (void *p = reserveBlock(&bytes, reserved)) {
             *mapped = bytes;
             return p;
@@ -85,7 +145,8 @@ void *rawAlloc(size_t size, size_t *mapped, size_t *reserved) {
     return p;
 }
 
-void rawFree(void *p, size_t reserved) {
+void rawFree(void *p, size_t mapped, size_t reserved) {
+    if (reserved == kReservation && keepBlock(p, mapped)) return;
     if (reserved != 0)
         ::munmap(p, reserved);
     else
@@ -136,6 +197,13 @@ int64_t trackedSize(const void *pointer) {
     for (const VQXML_DbgMem *r = allocatedMem; r != nullptr; r = r->next)
         if (r->addr == pointer) return static_cast<uint32_t>(r->size);
     return -1;
+}
+
+size_t keptBytes() { return keptTotal; }
+
+void releaseKeptMemory() {
+    while (keptCount > 0) ::munmap(kept[--keptCount].addr, kReservation);
+    keptTotal = 0;
 }
 
 MemStats memStats() { return {allocCount, allocSize, maxAllocSize, liveBlocks}; }
@@ -219,7 +287,7 @@ void *growBlock(void *old, size_t oldSize, size_t newSize, const char *label) {
         if (block == nullptr) return nullptr;
         const size_t keep = r != nullptr ? static_cast<uint32_t>(r->pub.size) : oldSize;
         std::memcpy(block, old, keep < newSize ? keep : newSize);
-        if (r != nullptr) rawFree(old, r->reserved);
+        if (r != nullptr) rawFree(old, r->mapped, r->reserved);
     }
     if (r == nullptr) {
         // The old block was never tracked, so it is not given back (as
@@ -300,7 +368,7 @@ extern "C" void dbg_free(void *pointer) {
         VQXML_TRACE(1, "**** error **** invalid free ( 0x%p )", pointer);
         return;
     }
-    rawFree(record->pub.addr, record->reserved);
+    rawFree(record->pub.addr, record->mapped, record->reserved);
     std::free(record);
 }
 

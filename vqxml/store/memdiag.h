@@ -44,6 +44,12 @@ void *growBlock(void *old, size_t oldSize, size_t newSize, const char *label);
 // know the pointer.
 int64_t trackedSize(const void *pointer);
 
+// Memory of given-back large blocks that is kept for reuse (committed
+// bytes, at most 64 MiB), and its return to the system. Kept memory is no
+// live block: the accounting reads as if it had been returned.
+size_t keptBytes();
+void releaseKeptMemory();
+
 // Test hook: the n-th dbg_malloc from now on (1 = the next one) fails, and
 // so does every one after it while `sticky` is set. 0 switches it off.
 // Not exported from the shared library.
