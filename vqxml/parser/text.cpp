@@ -17,12 +17,6 @@
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
 
-using namespace vqxml::codes;
-using vqxml::ByteBuffer;
-using vqxml::liveHandle;
-using vqxml::node;
-using vqxml::rec;
-
 namespace vqxml {
 namespace {
 

@@ -1,12 +1,12 @@
-// robustness_test.cpp - damaged input: every truncation and many single-
+// damage_test.cpp - damaged input: every truncation and many single-
 // byte corruptions of a document that uses every construct must either
 // parse or fail with a message, never crash, and leave nothing allocated.
 #include <string>
 
-#include "support/test_util.h"
+#include "robustness/helpers.h"
 #include "vqxml/store/codes.h"
-#include "vqxml/store/memdiag.h"
 
+using robust::liveAreas;
 using vqtest::LibraryTest;
 
 namespace {
@@ -25,12 +25,6 @@ const std::string kSample =
     "]>\n"
     "<r><a k='y' v=\"1&amp;2&g;\r\n\">t&lt;&#x41;&e;&g;\r<![CDATA[x]]y]]><!--z--><?q r?></a>\n"
     "<b/><c/></r>\n";
-
-int32_t liveAreas() {
-    int32_t counters[6] = {};
-    VQXML_debug_mem(0, counters, 0);
-    return counters[5];
-}
 
 // Two faults fail without a message: a parameter-entity reference without
 // a name or ";", and an empty-element tag whose "/" is not followed by ">".
