@@ -103,19 +103,6 @@ const char *checkAreaImage(const DocArea *a, int64_t blockBytes) {
     const char *base = reinterpret_cast<const char *>(a) + 48 + 4 * int64_t{a->indexes};
     const int32_t *table = reinterpret_cast<const int32_t *>(a + 1);
     auto header = [base](int64_t off) { return reinterpret_cast<const BlockHeader *>(base + off); };
-    // One bit per possible block start (blocks start at 4 + 8k).
-    const size_t bits = static_cast<size_t>(D / 8) + 1;
-    DbgPtr<uint8_t> starts(static_cast<uint8_t *>(dbg_malloc((bits + 7) / 8, "checkArea")));
-    if (starts == nullptr) {
-        errorAlloc("checkArea", static_cast<int64_t>((bits + 7) / 8));
-        return "no memory to check it";
-    }
-    std::memset(starts.get(), 0, (bits + 7) / 8);
-    auto isStart = [&](int64_t off) {
-        if (off < 4 || off + 8 > D + 4 || (off - 4) % 8 != 0) return false;
-        const size_t k = static_cast<size_t>((off - 4) / 8);
-        return (starts.get()[k / 8] >> (k % 8) & 1) != 0;
-    };
     // Tiling; live blocks are those their slot names.
     int64_t off = 4, live = 0, liveBytes = 0, blocks = 0;
     while (off < D + 4) {
@@ -123,8 +110,6 @@ const char *checkAreaImage(const DocArea *a, int64_t blockBytes) {
         const BlockHeader *b = header(off);
         if (b->blockSize < 8 || b->blockSize % 8 != 0 || off + b->blockSize > D + 4)
             return "block size";
-        const size_t k = static_cast<size_t>((off - 4) / 8);
-        starts.get()[k / 8] = static_cast<uint8_t>(starts.get()[k / 8] | (1u << (k % 8)));
         if (b->blockLink > 0 && b->blockLink < a->indexes && table[b->blockLink] == off) {
             ++live;
             liveBytes += b->blockSize;
@@ -132,18 +117,38 @@ const char *checkAreaImage(const DocArea *a, int64_t blockBytes) {
         ++blocks;
         off += b->blockSize;
     }
+    // Each live block claims its own slot (a slot names one offset), so when
+    // the used slots are exactly as many as the live blocks, every used slot
+    // names a block start that names it back: counting them is the check.
     int64_t used = 0;
-    for (int32_t s = 1; s < a->indexes; ++s) {
-        if (table[s] == 0) continue;
-        ++used;
-        if (!isStart(table[s]) || header(table[s])->blockLink != s) return "handle table";
-    }
+    for (int32_t s = 1; s < a->indexes; ++s) used += table[s] != 0;
     if (used != live) return "handle table";
-    int64_t steps = 0;
-    for (int64_t f = table[0]; f != 0; f = header(f)->blockLink) {
-        if (!isStart(f) || ++steps > blocks) return "free list";
-        const int32_t link = header(f)->blockLink;
-        if (link > 0 && link < a->indexes && table[link] == f) return "free list";
+    if (table[0] != 0) {
+        // The free list must run over block starts (4 + 8k): one bit per
+        // possible start, from a second walk. Streamed-out images have an
+        // empty list and skip this.
+        const size_t bits = static_cast<size_t>(D / 8) + 1;
+        DbgPtr<uint8_t> starts(static_cast<uint8_t *>(dbg_malloc((bits + 7) / 8, "checkArea")));
+        if (starts == nullptr) {
+            errorAlloc("checkArea", static_cast<int64_t>((bits + 7) / 8));
+            return "no memory to check it";
+        }
+        std::memset(starts.get(), 0, (bits + 7) / 8);
+        for (int64_t at = 4; at < D + 4; at += header(at)->blockSize) {
+            const size_t k = static_cast<size_t>((at - 4) / 8);
+            starts.get()[k / 8] = static_cast<uint8_t>(starts.get()[k / 8] | (1u << (k % 8)));
+        }
+        auto isStart = [&](int64_t at) {
+            if (at < 4 || at + 8 > D + 4 || (at - 4) % 8 != 0) return false;
+            const size_t k = static_cast<size_t>((at - 4) / 8);
+            return (starts.get()[k / 8] >> (k % 8) & 1) != 0;
+        };
+        int64_t steps = 0;
+        for (int64_t f = table[0]; f != 0; f = header(f)->blockLink) {
+            if (!isStart(f) || ++steps > blocks) return "free list";
+            const int32_t link = header(f)->blockLink;
+            if (link > 0 && link < a->indexes && table[link] == f) return "free list";
+        }
     }
     if (a->dbgHandles != live || a->dbgSize != liveBytes || a->freeoffset != a->indexes - 1 - used ||
         int64_t{a->freesize} != D - liveBytes)
