@@ -3,6 +3,7 @@
 // which handles a refused call deletes (its whole subtree) and which it
 // leaves to the caller. The tree's links are checked afterwards: a broken
 // sibling or map link shows up long after the call that broke it.
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -129,6 +130,33 @@ TEST_F(MutationTest, DeletingADocumentFreesItsArea) {
     VQDOM_deleteNode(doc);
     EXPECT_EQ(docHead[doc & 255], nullptr);
     EXPECT_TRUE(drainErrors().empty());
+}
+
+// A document whose area holds records the document does not reach keeps
+// them: its deletion goes node by node, and the area's block links read as
+// before (an image of it loads).
+TEST_F(MutationTest, DeletingADocumentLeavesWhatItDoesNotReach) {
+    const VQHANDLE dt = add(doc, createDocumentType(doc, s("r")));
+    const VQHANDLE entity = allocNode(doc, VQXML_ENTITY_NODE, s("ent"));
+    add(dt, entity);
+    const VQHANDLE root = add(doc, el("r"));
+    VQDOM_setAttribute(add(root, el("e")), s("n"), s("v"));
+    const VQHANDLE orphan = with(el("o"), {text("kept")});
+    VQDOM_deleteNode(doc);
+    ASSERT_TRUE(alive(orphan));
+    EXPECT_EQ(VQDOM_getTextContent(orphan, nullptr, 0), 4);
+    int32_t length = 0;
+    const void *image = VQXML_streamOut(orphan, &length);
+    ASSERT_NE(image, nullptr);
+    const std::vector<char> bytes(static_cast<const char *>(image), static_cast<const char *>(image) + length);
+    VQDOM_deleteNode(orphan);
+    EXPECT_EQ(docHead[doc & 255], nullptr);
+    void *copy = VQXML_streamIn(length);
+    ASSERT_NE(copy, nullptr);
+    std::memcpy(copy, bytes.data(), bytes.size());
+    EXPECT_EQ(VQXML_documentLoaded(copy), 1);
+    EXPECT_TRUE(drainErrors().empty());
+    VQXML_deleteDocumentArea(doc);
 }
 
 // The table of child types per parent type is the code's own; these are the

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "vqxml/dom/dom.h"
+#include "vqxml/model/trace.h"
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
@@ -118,6 +119,162 @@ void finishDelete(VQHANDLE h) {
     myFree(h);
 }
 
+// ---- a whole document at once -------------------------------------------------
+
+// Deleting a document node frees, one by one, every record it reaches, and
+// the area goes with the last of them. When those records are all the area
+// holds and no trace shows the frees, the area can go at once: the same
+// end, the same accounting. Whether they are is found by marking each
+// record the deletion would free (its block's link made negative) and
+// comparing the count with the area's live handles. Anything unusual on the
+// way (a stale or foreign handle, a chain whose links disagree, a record
+// reached twice, nesting deeper than the cursor stack) ends the check; the
+// marks are then taken back and the deletion goes node by node.
+class WholeAreaCheck {
+public:
+    explicit WholeAreaCheck(VQHANDLE doc)
+        : number_(static_cast<int32_t>(doc & 255)), area_(docHead[doc & 255]) {}
+    ~WholeAreaCheck() { unmark(); }
+
+    // True when every live record of the area was reached.
+    bool run(VQHANDLE doc) {
+        const Node *d = asNode(doc);
+        if (d == nullptr || d->nodeType != VQXML_DOCUMENT_NODE || d->parentNode != 0 ||
+            d->containingMap != 0 || d->ownerDocument != doc || !visit(doc))
+            return false;
+        while (depth_ > 0) {
+            Cursor &c = stack_[depth_ - 1];
+            if (c.next == 0) {
+                if (!chainEnds(c)) return false;
+                --depth_;
+                continue;
+            }
+            const VQHANDLE h = c.next;
+            if (c.map == 0) {
+                const Node *n = asNode(h);
+                if (n == nullptr || n->parentNode != c.owner || n->previousSibling != c.prev ||
+                    n->containingMap == kBeingDeleted)
+                    return false;
+                c.prev = h;
+                c.next = n->nextSibling;
+                if (!visit(h)) return false;
+                continue;
+            }
+            const ListItem *item = aux<ListItem>(h);
+            if (item == nullptr || item->previousItem != c.prev || !mark(h)) return false;
+            c.prev = h;
+            c.next = item->nextItem;
+            const Node *member = asNode(item->node);
+            if (member == nullptr || member->containingMap != c.map) return false;
+            // A member that is a child of the map's owner is reached as one.
+            if (member->parentNode == c.owner) continue;
+            if (member->parentNode != 0 || !visit(item->node)) return false;
+        }
+        return count_ == area_->dbgHandles;
+    }
+
+    // After a successful check the area is deleted, marks and all.
+    void keepMarks() { marked_ = false; }
+
+private:
+    // A chain still to be walked: the children of `owner`, or with `map`
+    // set the items of that map, `owner` the node whose field holds it.
+    struct Cursor {
+        VQHANDLE owner, map, next, prev;
+    };
+    static constexpr int32_t kMaxCursors = 2048;
+
+    bool mark(VQHANDLE h) {
+        if (static_cast<int32_t>(h & 255) != number_ || !liveHandle(h)) return false;
+        BlockHeader *b = blockAt(area_, handleTable(area_)[h >> 8]);
+        if (b->blockLink <= 0) return false;
+        b->blockLink = -b->blockLink;
+        marked_ = true;
+        ++count_;
+        return true;
+    }
+    bool markIfSet(VQHANDLE h) { return h == 0 || mark(h); }
+
+    bool markRecord(VQHANDLE h, bool declaration) {
+        if (h == 0) return true;
+        if (declaration) {
+            const XmlDecl *d = aux<XmlDecl>(h);
+            return d != nullptr && mark(h) && markIfSet(d->version) && markIfSet(d->encoding) &&
+                   markIfSet(d->standalone);
+        }
+        const ExternalID *id = aux<ExternalID>(h);
+        return id != nullptr && mark(h) && markIfSet(id->publicId) && markIfSet(id->systemId);
+    }
+
+    bool push(VQHANDLE owner, VQHANDLE map, VQHANDLE first) {
+        if (first == 0) return map == 0 || aux<NamedNodeMap>(map)->lastItem == 0;
+        if (depth_ == kMaxCursors) return false;
+        stack_[depth_++] = Cursor{owner, map, first, 0};
+        return true;
+    }
+    bool pushMap(VQHANDLE owner, VQHANDLE map) {
+        if (map == 0) return true;
+        const NamedNodeMap *m = aux<NamedNodeMap>(map);
+        return m != nullptr && mark(map) && push(owner, map, m->firstItem);
+    }
+    bool chainEnds(const Cursor &c) {
+        if (c.map != 0) return aux<NamedNodeMap>(c.map)->lastItem == c.prev;
+        return asNode(c.owner)->lastChild == c.prev;
+    }
+
+    // The node's own records; its chains are queued.
+    bool visit(VQHANDLE h) {
+        const Node n = *asNode(h);
+        if (!mark(h) || !markIfSet(n.nodeName) || !markIfSet(n.nodeValue)) return false;
+        for (VQHANDLE list = n.childNodes; list != 0;) {
+            const NodeList *l = aux<NodeList>(list);
+            if (l == nullptr || !mark(list) || !markIfSet(l->tagName)) return false;
+            list = l->nextList;
+        }
+        switch (n.nodeType) {
+        case VQXML_DOCUMENT_NODE:
+            if (!markRecord(rec<Document>(h)->xmlDecl, true)) return false;
+            break;
+        case VQXML_DOCUMENT_TYPE_NODE: {
+            const DocumentType dt = *rec<DocumentType>(h);
+            if (!markRecord(dt.externalID, false) || !pushMap(h, dt.entities) ||
+                !pushMap(h, dt.notations))
+                return false;
+            break;
+        }
+        case VQXML_ENTITY_NODE: {
+            const Entity e = *rec<Entity>(h);
+            if (!markRecord(e.externalID, false) || !markIfSet(e.notationName) || !markIfSet(e.value))
+                return false;
+            break;
+        }
+        case VQXML_NOTATION_NODE:
+            if (!markRecord(rec<Notation>(h)->externalID, false)) return false;
+            break;
+        default:
+            break;
+        }
+        return pushMap(h, n.attributes) && push(h, 0, n.firstChild);
+    }
+
+    void unmark() {
+        if (!marked_) return;
+        int32_t *table = handleTable(area_);
+        for (int32_t s = 1; s < area_->indexes; ++s) {
+            if (table[s] == 0) continue;
+            BlockHeader *b = blockAt(area_, table[s]);
+            if (b->blockLink < 0) b->blockLink = -b->blockLink;
+        }
+    }
+
+    int32_t number_;
+    DocArea *area_;
+    int32_t count_ = 0;
+    int32_t depth_ = 0;
+    bool marked_ = false;
+    Cursor stack_[kMaxCursors];
+};
+
 }  // namespace
 }  // namespace vqxml
 
@@ -127,6 +284,14 @@ using namespace vqxml;
 
 extern "C" void VQDOM_deleteNode(VQHANDLE root) {
     if (!deletable(root)) return;
+    if (typeOf(root) == VQXML_DOCUMENT_NODE && !traceOn(2)) {
+        WholeAreaCheck check(root);
+        if (check.run(root)) {
+            check.keepMarks();
+            VQXML_deleteDocumentArea(root);
+            return;
+        }
+    }
     // Each node is begun (strings, unlinking), then its victims are deleted
     // one after the other, each completely, before the node is finished and
     // freed. Instead of a call stack, a node in progress keeps the node to
