@@ -19,6 +19,7 @@ using vqtest::ds;
 using vqtest::drainErrors;
 using vqtest::Err;
 using vqtest::message;
+using vqtest::parse;
 using Errs = std::vector<Err>;
 using vqtest::str;
 using vqxml::liveHandle;
@@ -36,11 +37,6 @@ protected:
         other = VQDOM_createDocument();
     }
     VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
-    static VQHANDLE parse(const char *xml) {
-        const VQHANDLE d = VQXML_parse(xml);
-        EXPECT_NE(d, 0u) << xml << ::testing::PrintToString(drainErrors());
-        return d;
-    }
     static void set(VQHANDLE e, const char *name, const char *value) {
         const VQHANDLE d = VQDOM_getOwnerDocument(e);
         VQDOM_setAttribute(e, ds(d, name), ds(d, value));

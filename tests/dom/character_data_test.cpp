@@ -26,15 +26,9 @@ constexpr uint64_t kHuge = UINT64_MAX;
 
 bool alive(VQHANDLE h) { return vqxml::liveHandle(h); }
 
-class CharacterDataTest : public vqtest::LibraryTest {
+class CharacterDataTest : public vqtest::DocumentTest {
 protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        doc = VQDOM_createDocument();
-    }
-    VQHANDLE text(const char *value) { return VQDOM_createTextNode(doc, ds(doc, value)); }
     std::string value(VQHANDLE n) { return str(VQDOM_getData(n)); }
-    VQHANDLE doc = 0;
 };
 
 TEST_F(CharacterDataTest, ClippingRuleAtTheEndOfTheText) {

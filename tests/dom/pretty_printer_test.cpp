@@ -13,6 +13,7 @@
 
 namespace {
 
+using vqtest::parse;
 using vqtest::print;
 
 class PrettyPrinter : public vqtest::DocumentTest {
@@ -26,11 +27,6 @@ protected:
         EXPECT_EQ(printNodeBeatifyEx(n, &cursor, len + 1, indent), len);
         EXPECT_EQ(buf[static_cast<size_t>(len)], '\0');
         return buf.substr(0, static_cast<size_t>(len));
-    }
-    static VQHANDLE parse(const char *xml) {
-        const VQHANDLE d = VQXML_parse(xml);
-        EXPECT_NE(d, 0u) << xml << ::testing::PrintToString(vqtest::drainErrors());
-        return d;
     }
 };
 

@@ -20,14 +20,10 @@ using namespace vqxml::codes;
 
 using vqtest::drainErrors;
 using vqtest::Err;
+using vqtest::parse;
 
 constexpr char kFill = '\x7f';
 
-VQHANDLE parse(const char *text) {
-    const VQHANDLE doc = VQXML_parse(text);
-    EXPECT_NE(doc, 0u) << text << ::testing::PrintToString(drainErrors());
-    return doc;
-}
 VQHANDLE firstChild(VQHANDLE h) { return vqxml::node(h)->firstChild; }
 VQHANDLE nextSibling(VQHANDLE h) { return vqxml::node(h)->nextSibling; }
 
@@ -413,25 +409,6 @@ TEST_F(Serializer, WritersCalledDirectly) {
     EXPECT_EQ(cursor, buf.data() + 3);
     EXPECT_EQ(buf, "abc\x7f\x7f\x7f\x7f\x7f");
     EXPECT_TRUE(vqtest::drainErrors().empty());
-}
-
-TEST_F(Serializer, EscapingCopiesOfAnInvalidString) {
-    std::string buf(4, kFill);
-    char *cursor = buf.data() + 1;
-    // The copies that end their buffer store a NUL at the write position for
-    // any size but 0; the cursor copies only measure with a negative size.
-    EXPECT_EQ(cpyDS_quot(0, &cursor, -1), 0);
-    EXPECT_EQ(buf, std::string("\x7f\0\x7f\x7f", 4));
-    buf[1] = kFill;
-    EXPECT_EQ(VQDOM_cpyDS_ExpandRef2(0, buf.data() + 2, -5), 0);
-    EXPECT_EQ(buf, std::string("\x7f\x7f\0\x7f", 4));
-    buf[2] = kFill;
-    EXPECT_EQ(cpyDS_quot(0, &cursor, 0), 0);
-    EXPECT_EQ(printDS_ExpandRef(0, &cursor, -1), 0);
-    EXPECT_EQ(printDS_ExpandRefAtt(0, &cursor, -1), 0);
-    EXPECT_EQ(VQDOM_cpyDS_ExpandRef(0, buf.data(), -1), 0);
-    EXPECT_EQ(buf, std::string(4, kFill));
-    EXPECT_EQ(cursor, buf.data() + 1);
 }
 
 TEST_F(Serializer, InvalidHandlesEndTheWalk) {

@@ -12,17 +12,7 @@ using vqtest::print;
 
 class BeautifyTest : public vqtest::LibraryTest {
 protected:
-    static VQHANDLE root(const char *xml) {
-        const VQHANDLE d = VQXML_parse(xml);
-        EXPECT_NE(d, 0u) << xml;
-        return VQDOM_getDocumentElement(d);
-    }
-    // The whole text, however long.
-    static std::string printAll(VQHANDLE node) {
-        std::string out(static_cast<size_t>(VQXML_printNode(node, nullptr, 0)) + 1, '\0');
-        out.resize(static_cast<size_t>(VQXML_printNode(node, out.data(), static_cast<int32_t>(out.size()))));
-        return out;
-    }
+    static VQHANDLE root(const char *xml) { return VQDOM_getDocumentElement(vqtest::parse(xml)); }
     static std::string nl(int blanks) { return "\r\n" + std::string(static_cast<size_t>(blanks), ' '); }
 };
 
@@ -90,12 +80,12 @@ TEST_F(BeautifyTest, DeepTreesRoundTripWithoutRecursion) {
     const VQHANDLE top = at;
     for (int i = 0; i < 30000; ++i)
         at = VQDOM_appendChild(at, VQDOM_createElement(d, VQDOM_createDS(d, "e")));
-    const std::string compact = printAll(top);
+    const std::string compact = print(top);
     VQXML_beautifyElement(top, 0);
     beautifyElement2(top, 0);
-    EXPECT_GT(printAll(top).size(), compact.size() + 30000 * 60);
+    EXPECT_GT(print(top).size(), compact.size() + 30000 * 60);
     VQXML_unBeautifyElement(top);
-    EXPECT_EQ(printAll(top), compact);
+    EXPECT_EQ(print(top), compact);
 }
 
 }  // namespace

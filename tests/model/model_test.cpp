@@ -14,15 +14,11 @@ using namespace vqxml::codes;
 
 using vqtest::drainErrors;
 using vqtest::Err;
+using vqtest::parse;
 using vqtest::print;
 
 class ModelTest : public vqtest::LibraryTest {
 protected:
-    static VQHANDLE parse(const char *text) {
-        const VQHANDLE d = VQXML_parse(text);
-        EXPECT_NE(d, 0u) << text;
-        return d;
-    }
     // The item with that DESC under the "PAR" section of a parsed model.
     static VQHANDLE parItem(VQHANDLE d, const char *desc) {
         return findDesc(VQXML_findChildElementStr(VQDOM_getDocumentElement(d), "PAR", 0), desc);

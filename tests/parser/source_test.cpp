@@ -23,11 +23,10 @@ using vqtest::ds;
 using vqtest::Err;
 using Errs = std::vector<Err>;
 
-class SourceTest : public vqtest::LibraryTest {
+class SourceTest : public vqtest::DocumentTest {
 protected:
     void SetUp() override {
-        LibraryTest::SetUp();
-        doc = VQDOM_createDocument();
+        DocumentTest::SetUp();
         doctype = allocNode(doc, VQXML_DOCUMENT_TYPE_NODE, ds(doc, "d"));
     }
 
@@ -57,7 +56,6 @@ protected:
         return out;
     }
 
-    VQHANDLE doc = 0;
     VQHANDLE doctype = 0;
 };
 

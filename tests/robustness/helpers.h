@@ -14,19 +14,7 @@
 
 namespace robust {
 
-// The compact serialization of a node (a fragment: of its children), of
-// any length.
-inline std::string print(VQHANDLE node) {
-    if (VQDOM_getNodeType(node) == VQXML_DOCUMENT_FRAGMENT_NODE) {
-        std::string all;
-        for (VQHANDLE c = VQDOM_getFirstChild(node); c != 0; c = VQDOM_getNextSibling(c)) all += print(c);
-        return all;
-    }
-    const int32_t need = VQXML_printNode(node, nullptr, 0);
-    std::vector<char> out(static_cast<size_t>(need) + 1);
-    VQXML_printNode(node, out.data(), static_cast<int32_t>(out.size()));
-    return std::string(out.data(), static_cast<size_t>(need));
-}
+using vqtest::print;
 
 inline int32_t liveAreas() {
     int32_t counters[6] = {};

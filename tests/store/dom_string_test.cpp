@@ -22,20 +22,14 @@ using vqtest::Err;
 using vqtest::str;
 using Errs = std::vector<Err>;
 
-class DomStringTest : public vqtest::LibraryTest {
+class DomStringTest : public vqtest::DocumentTest {
 protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        doc = VQDOM_createDocument();
-        ASSERT_NE(doc, 0u);
-    }
     // A fresh buffer of 'x' bytes and a cursor at its start.
     char *reset() {
         std::memset(buf, 'x', sizeof buf);
         cur = buf;
         return buf;
     }
-    VQHANDLE doc = 0;
     char buf[32];
     char *cur = buf;
 };
@@ -208,12 +202,6 @@ TEST_F(DomStringTest, ExpandRefTerminatesRightAfterTheText) {
     reset();
     EXPECT_EQ(printDS_ExpandRefAtt(ws, &cur, sizeof buf), 35);
     EXPECT_EQ(std::string(buf, 31), "&#9;&#10;&#13;&apos;&quot;&amp;");
-
-    cur = reset() + 1;
-    EXPECT_EQ(printDS_ExpandRef(0, &cur, -1), 0);
-    EXPECT_EQ(buf[1], 'x');
-    EXPECT_EQ(printDS_ExpandRefAtt(0, &cur, 4), 0);
-    EXPECT_EQ(buf[1], '\0');
 }
 
 TEST_F(DomStringTest, QuotAndExpandRef2TerminateAtTheBufferEnd) {
@@ -233,13 +221,31 @@ TEST_F(DomStringTest, QuotAndExpandRef2TerminateAtTheBufferEnd) {
     EXPECT_EQ(buf[31], '\0');
     EXPECT_EQ(VQDOM_cpyDS_ExpandRef2(path, reset(), 4), 11);  // inside the doubled backslash
     EXPECT_EQ(std::string(buf, 5), std::string("C:\\\0x", 5));
+}
 
-    // An invalid string: a NUL at the write position, nothing else.
-    cur = reset() + 1;
-    EXPECT_EQ(cpyDS_quot(0, &cur, 4), 0);
-    EXPECT_EQ(std::string(buf, 3), std::string("x\0x", 3));
-    EXPECT_EQ(VQDOM_cpyDS_ExpandRef2(0, buf + 2, 4), 0);
-    EXPECT_EQ(std::string(buf + 2, 2), std::string("\0x", 2));
+// An invalid string writes at most a NUL at the write position: the copies
+// that end their buffer store it for any size but 0, the cursor copies
+// (which only measure with a negative size) for a positive size only.
+TEST_F(DomStringTest, InvalidStringWritesAtMostANul) {
+    using Copy = int64_t (*)(char **, int32_t);
+    const Copy quot = [](char **p, int32_t n) -> int64_t { return cpyDS_quot(0, p, n); };
+    const Copy expand2 = [](char **p, int32_t n) -> int64_t { return VQDOM_cpyDS_ExpandRef2(0, *p, n); };
+    const Copy expand = [](char **p, int32_t n) -> int64_t { return VQDOM_cpyDS_ExpandRef(0, *p, n); };
+    const Copy print = [](char **p, int32_t n) -> int64_t { return printDS_ExpandRef(0, p, n); };
+    const Copy printAtt = [](char **p, int32_t n) -> int64_t { return printDS_ExpandRefAtt(0, p, n); };
+    const struct {
+        Copy copy;
+        int32_t size;
+        bool nul;
+    } cases[] = {{quot, 4, true},      {quot, -1, true},    {quot, 0, false},
+                 {expand2, 4, true},   {expand2, -5, true}, {expand, -1, false},
+                 {print, -1, false},   {printAtt, 4, true}, {printAtt, -1, false}};
+    for (const auto &c : cases) {
+        cur = reset() + 1;
+        EXPECT_EQ(c.copy(&cur, c.size), 0) << c.size;
+        EXPECT_EQ(std::string(buf, 3), c.nul ? std::string("x\0x", 3) : "xxx") << c.size;
+        EXPECT_EQ(cur, buf + 1);
+    }
 }
 
 TEST_F(DomStringTest, AttributeValueFromChildren) {

@@ -21,13 +21,8 @@ using vqtest::Err;
 using vqtest::str;
 using Errs = std::vector<Err>;
 
-class NodeTest : public vqtest::LibraryTest {
+class NodeTest : public vqtest::DocumentTest {
 protected:
-    void SetUp() override {
-        LibraryTest::SetUp();
-        doc = VQDOM_createDocument();
-        ASSERT_NE(doc, 0u);
-    }
     // A new node appended to `parent` by setting the links directly, so
     // that these tests do not depend on the tree functions of the DOM.
     VQHANDLE add(VQHANDLE parent, int type, const char *name) {
@@ -40,7 +35,6 @@ protected:
         p->lastChild = child;
         return child;
     }
-    VQHANDLE doc = 0;
 };
 
 TEST_F(NodeTest, CreateDocumentTakesTheLowestFreeNumber) {

@@ -59,10 +59,22 @@ void DocumentTest::SetUp() {
 }
 
 std::string print(VQHANDLE node) {
-    std::string out(1 << 16, '\0');
-    const int32_t n = VQXML_printNode(node, out.data(), static_cast<int32_t>(out.size()));
-    out.resize(n < 0 ? 0 : static_cast<size_t>(n));
+    std::string out;
+    const int32_t need = VQXML_printNode(node, nullptr, 0);
+    if (need > 0) {
+        out.resize(static_cast<size_t>(need) + 1);
+        VQXML_printNode(node, out.data(), need + 1);
+        out.pop_back();
+    } else if (VQDOM_getNodeType(node) == VQXML_DOCUMENT_FRAGMENT_NODE) {
+        for (VQHANDLE c = VQDOM_getFirstChild(node); c != 0; c = VQDOM_getNextSibling(c)) out += print(c);
+    }
     return out;
+}
+
+VQHANDLE parse(const char *text) {
+    const VQHANDLE doc = VQXML_parse(text);
+    EXPECT_NE(doc, 0u) << text << ::testing::PrintToString(drainErrors());
+    return doc;
 }
 
 TraceCapture::TraceCapture(char level)

@@ -61,8 +61,10 @@ protected:
     VQHANDLE doc = 0;
 };
 
-// The compact text of a node (from a buffer large enough for the tests).
+// The compact text of a node, of any length (of a fragment: of its children).
 std::string print(VQHANDLE node);
+// Parses `text`, expecting a document (the errors are shown if none).
+VQHANDLE parse(const char *text);
 
 // Captures trace lines written while it lives (trace flag as given).
 class TraceCapture {
