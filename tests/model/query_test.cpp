@@ -63,8 +63,7 @@ class QueryTest : public vqtest::LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
-        model = VQXML_parse(kModel);
-        ASSERT_NE(model, 0u);
+        model = vqtest::parse(kModel);
     }
     VQHANDLE query(Entries e) { return VQXML_createQuery(model, e.get()); }
     // The PAR section of a query built from one Name and the given entries.

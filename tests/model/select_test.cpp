@@ -52,8 +52,7 @@ class SelectTest : public LibraryTest {
 protected:
     void SetUp() override {
         LibraryTest::SetUp();
-        doc = VQXML_parse(kDoc);
-        ASSERT_NE(doc, 0u);
+        doc = vqtest::parse(kDoc);
         root = VQDOM_getDocumentElement(doc);
     }
     VQHANDLE doc = 0, root = 0;

@@ -79,8 +79,7 @@ int readWith(VQHANDLE doc, std::string text, Read read) {
 TEST_F(LibraryTest, XmlDeclarationIsKept) {
     VQHANDLE doc = vqtest::parse("<?xml version='1.0' encoding=\"ISO-8859-1\" standalone = 'no' ?>\n<a/>");
     EXPECT_EQ(print(doc), "<?xml version=\"1.0\" encoding=\"ISO-8859-1\" standalone=\"no\"?>\r\n<a/>");
-    doc = VQXML_parse("<?xml version='1.0' encoding='a_b.c-d:9' ?><a/>");
-    ASSERT_NE(doc, 0u);
+    doc = vqtest::parse("<?xml version='1.0' encoding='a_b.c-d:9' ?><a/>");
     const auto *decl = static_cast<const XmlDecl *>(vqxml::payload(vqxml::rec<Document>(doc)->xmlDecl));
     EXPECT_EQ(str(decl->version), "1.0");
     EXPECT_EQ(str(decl->encoding), "a_b.c-d:9");
@@ -195,9 +194,7 @@ TEST_F(LibraryTest, EntitiesAndTheirReferences) {
 }
 
 TEST_F(LibraryTest, ExternalTextIsNeverFetched) {
-    VQHANDLE doc = vqtest::parse("<!DOCTYPE a SYSTEM 'a.dtd'><a/>");
-    EXPECT_EQ(print(doc), "<!DOCTYPE a SYSTEM \"a.dtd\" [\r\n]>\r\n<a/>");
-    doc = VQXML_parse("<!DOCTYPE a PUBLIC '-//v//x' \"a.dtd\" [<!ENTITY % p SYSTEM 'p.ent'> %p;]><a/>");
+    const VQHANDLE doc = VQXML_parse("<!DOCTYPE a PUBLIC '-//v//x' \"a.dtd\" [<!ENTITY % p SYSTEM 'p.ent'> %p;]><a/>");
     ASSERT_NE(doc, 0u);
     EXPECT_EQ(getFirstMarkupDecl(VQDOM_getDoctype(doc), VQXML_ELEMENT_DECL_NODE), 0u);
     EXPECT_TRUE(vqtest::drainErrors().empty());
