@@ -36,7 +36,6 @@ protected:
         DocumentTest::SetUp();
         other = VQDOM_createDocument();
     }
-    VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
     static void set(VQHANDLE e, const char *name, const char *value) {
         const VQHANDLE d = VQDOM_getOwnerDocument(e);
         VQDOM_setAttribute(e, ds(d, name), ds(d, value));

@@ -36,10 +36,6 @@ bool unlinked(VQHANDLE h) {
 
 class MutationTest : public vqtest::DocumentTest {
 protected:
-    VQHANDLE comment() const { return VQDOM_createComment(doc, s("c")); }
-    VQHANDLE frag() const { return VQDOM_createDocumentFragment(doc); }
-    VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
-    VQHANDLE pi(const char *t, const char *d) const { return VQDOM_createProcessingInstruction(doc, s(t), s(d)); }
     void set(VQHANDLE e, const char *name, const char *value) const { VQDOM_setAttribute(e, s(name), s(value)); }
     // Live objects in an area: a refused subtree must give all of its back.
     static int32_t objects(VQHANDLE d) { return docHead[d & 255]->dbgHandles; }

@@ -17,10 +17,6 @@ using vqtest::str;
 
 class NavigationTest : public vqtest::DocumentTest {
 protected:
-    VQHANDLE comment() const { return VQDOM_createComment(doc, s("c")); }
-    VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
-    VQHANDLE pi(const char *t, const char *d) const { return VQDOM_createProcessingInstruction(doc, s(t), s(d)); }
-    VQHANDLE frag() const { return VQDOM_createDocumentFragment(doc); }
     // An element holding texts and, between them, an element with `inner`.
     VQHANDLE mixed(const char *before, const char *inner, const char *after) {
         VQHANDLE e = el("e");

@@ -11,7 +11,6 @@ namespace {
 
 class LookupTest : public vqtest::DocumentTest {
 protected:
-    VQHANDLE comment() const { return VQDOM_createComment(doc, s("c")); }
     VQHANDLE leaf(const char *t) const { return with(el("e"), {text(t)}); }
 };
 

@@ -46,6 +46,10 @@ protected:
     VQHANDLE el(const char *name) const { return VQDOM_createElement(doc, s(name)); }
     VQHANDLE text(const char *t) const { return VQDOM_createTextNode(doc, s(t)); }
     VQHANDLE ref(const char *name) const { return VQDOM_createEntityReference(doc, s(name)); }
+    VQHANDLE attr(const char *name) const { return VQDOM_createAttribute(doc, s(name)); }
+    VQHANDLE comment() const { return VQDOM_createComment(doc, s("c")); }
+    VQHANDLE pi(const char *t, const char *d) const { return VQDOM_createProcessingInstruction(doc, s(t), s(d)); }
+    VQHANDLE frag() const { return VQDOM_createDocumentFragment(doc); }
     // Appends and expects the insertion to succeed.
     VQHANDLE add(VQHANDLE parent, VQHANDLE child) const {
         EXPECT_EQ(VQDOM_appendChild(parent, child), child);
