@@ -23,8 +23,7 @@ class DtdTest : public vqtest::LibraryTest {
 protected:
     // Parses `text` as the document under test; dt is its document type.
     void load(const char *text) {
-        doc = VQXML_parse(text);
-        ASSERT_NE(doc, 0u) << text;
+        doc = vqtest::parse(text);
         dt = VQDOM_getDoctype(doc);
     }
     // The printed internal subset, between "[" and "]", without line breaks.
