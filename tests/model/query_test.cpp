@@ -88,27 +88,15 @@ protected:
 };
 
 TEST_F(QueryTest, BuildsTheQueryDocumentExactly) {
-    VQHANDLE q = query({{"Name", "n"},
-                        {"Size", "12"},
-                        {"Grp(1).X", "5"},
-                        {"Tags", "a"},
-                        {"Grp(1).Y", "y"},
-                        {"Grp.Y", "y0"},
-                        {"Tags", "b"},
-                        {"Single.Z", "z"},
-                        {"Size", ""}});  // a second, empty value is still a duplicate
+    // A second, empty value is still a duplicate.
+    VQHANDLE q = query({{"Name", "n"}, {"Size", "12"}, {"Grp(1).X", "5"}, {"Tags", "a"}, {"Grp(1).Y", "y"},
+                        {"Grp.Y", "y0"}, {"Tags", "b"}, {"Single.Z", "z"}, {"Size", ""}});
     EXPECT_EQ(q, 0u);
     EXPECT_EQ(drainErrors(), (std::vector<Err>{{kOccurrenceNotMultiple, "P1|"}}));
 
-    q = query({{"Name", "n"},
-               {"Size", "12"},
-               {"Grp(1).X", "5"},
-               {"Tags", "a"},
-               {"Grp(1).Y", "y"},
-               {"Grp.Y", "y0"},
-               {"Tags", "b"},
-               {"Tags", ""},  // an empty value of a multiple item stores nothing
-               {"Single.Z", "z"}});
+    // An empty value of a multiple item stores nothing.
+    q = query({{"Name", "n"}, {"Size", "12"}, {"Grp(1).X", "5"}, {"Tags", "a"}, {"Grp(1).Y", "y"},
+               {"Grp.Y", "y0"}, {"Tags", "b"}, {"Tags", ""}, {"Single.Z", "z"}});
     ASSERT_NE(q, 0u);
     EXPECT_TRUE(drainErrors().empty());
     EXPECT_EQ(print(q),
