@@ -62,32 +62,22 @@ protected:
 
 TEST_F(SelectTest, SingleNodePaths) {
     const std::pair<const char *, const char *> cases[] = {
-        {"PAR/P1", "P1#2"},
-        {"PAR/P1[2]", "P1#3"},
-        {"PAR/P1[3]", "-"},
-        {"item[0]", "-"},
+        {"PAR/P1", "P1#2"}, {"PAR/P1[2]", "P1#3"},
+        {"PAR/P1[3]", "-"}, {"item[0]", "-"},
         {"item[4294967298]", "-"},  // would be item[2] cut to 32 bits
-        {" PAR / P1 [ 2 ] ", "P1#3"},
-        {"item[@id='7' and @type='x']", "item#5"},
-        {"item[@id=\"7\" AnD @type='x']", "item#5"},
-        {"item[@type='x' and @id='8']", "item#7"},
+        {" PAR / P1 [ 2 ] ", "P1#3"}, {"item[@id='7' and @type='x']", "item#5"},
+        {"item[@id=\"7\" AnD @type='x']", "item#5"}, {"item[@type='x' and @id='8']", "item#7"},
         {"item[@id='7' andx @type='x']", "-"},
         {"item[@id='']", "-"},  // item 6 has id='' and still never matches
-        {"item[@nope='']", "-"},
-        {"item[@id='7']/text()", "'one'"},
-        {"a/text()", "'text-a'"},
-        {"a/TEXT()", "'text-a'"},
-        {"a/text() /b", "-"},
-        {"PAR/text()", "-"},
-        {"a/@id", "@id=1"},
-        {"@n", "@n=0"},
-        {"a/@id/b", "-"},
-        {"a/@nope", "-"},
+        {"item[@nope='']", "-"}, {"item[@id='7']/text()", "'one'"},
+        {"a/text()", "'text-a'"}, {"a/TEXT()", "'text-a'"},
+        {"a/text() /b", "-"}, {"PAR/text()", "-"},
+        {"a/@id", "@id=1"}, {"@n", "@n=0"},
+        {"a/@id/b", "-"}, {"a/@nope", "-"},
         {"/MODEL/a/b", "b#9"},
         {"a//MODEL/PAR", "PAR#1"},  // "//" starts again at the document
         {"//MODEL", "-"},
-        {"\xc3\xa9l", "\xc3\xa9l#12"},
-        {"a[2]/b", "b#11"},
+        {"\xc3\xa9l", "\xc3\xa9l#12"}, {"a[2]/b", "b#11"},
     };
     for (const auto &[path, want] : cases) EXPECT_EQ(describe(VQXML_selectSingleNode(root, path)), want) << path;
     // From any node of the document, a path from the root means the same.
