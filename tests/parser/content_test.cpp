@@ -23,6 +23,9 @@ using Errs = std::vector<Err>;
 
 namespace {
 
+using vqtest::expectFailure;
+using vqtest::Failure;
+
 using namespace vqxml::codes;
 
 std::string quoted(VQHANDLE ds) {
@@ -86,26 +89,6 @@ std::string root(const std::string &text) {
 
 VQHANDLE entityNamed(VQHANDLE doc, const char *name) {
     return VQDOM_getNamedItemStr(VQDOM_getEntities(VQDOM_getDoctype(doc)), name);
-}
-
-struct Failure {
-    std::string text;
-    Errs errors;
-    const char *message = nullptr;  // of the first error, where checked
-};
-
-// Parses `f.text`, which must fail with exactly `f.errors` and leave no
-// heap block behind.
-void expectFailure(const Failure &f) {
-    SCOPED_TRACE(f.text.substr(0, 80));
-    const auto before = vqxml::memStats();
-    EXPECT_EQ(VQXML_parse(f.text.c_str()), 0u);
-    const Errs errors = drainErrors();
-    EXPECT_EQ(errors, f.errors);
-    if (f.message != nullptr && !errors.empty()) {
-        EXPECT_EQ(vqtest::message(errors[0].code, errors[0].params), f.message);
-    }
-    EXPECT_EQ(vqxml::memStats().liveBlocks, before.liveBlocks);
 }
 
 std::string nest(int depth, const char *inner = "") {

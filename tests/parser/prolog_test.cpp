@@ -18,6 +18,9 @@ using vqtest::str;
 
 namespace {
 
+using vqtest::expectFailure;
+using vqtest::Failure;
+
 using namespace vqxml::codes;
 
 using vqtest::print;
@@ -30,26 +33,6 @@ std::string subset(const char *text) {
     std::string out = print(VQDOM_getDoctype(doc));
     const size_t open = out.find("[\r\n");
     return open == std::string::npos ? out : out.substr(open + 3, out.size() - open - 3 - 4);
-}
-
-struct Failure {
-    std::string text;
-    std::vector<Err> errors;
-    const char *message = nullptr;  // of the first error, where checked
-};
-
-// Parses `f.text`, which must fail with exactly `f.errors` and leave no
-// heap block behind.
-void expectFailure(const Failure &f) {
-    SCOPED_TRACE(f.text);
-    const auto before = vqxml::memStats();
-    EXPECT_EQ(VQXML_parse(f.text.c_str()), 0u);
-    const auto errors = vqtest::drainErrors();
-    EXPECT_EQ(errors, f.errors);
-    if (f.message != nullptr && !errors.empty()) {
-        EXPECT_EQ(vqtest::message(errors[0].code, errors[0].params), f.message);
-    }
-    EXPECT_EQ(vqxml::memStats().liveBlocks, before.liveBlocks);
 }
 
 // The declarations below a document type (which the DOM does not show as

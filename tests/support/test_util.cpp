@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <ostream>
 
+#include "vqxml/store/memdiag.h"
+
 namespace vqtest {
 
 std::ostream &operator<<(std::ostream &os, const Err &e) {
@@ -75,6 +77,18 @@ VQHANDLE parse(const char *text) {
     const VQHANDLE doc = VQXML_parse(text);
     EXPECT_NE(doc, 0u) << text << ::testing::PrintToString(drainErrors());
     return doc;
+}
+
+void expectFailure(const Failure &f) {
+    SCOPED_TRACE(f.text.substr(0, 80));
+    const int32_t before = vqxml::memStats().liveBlocks;
+    EXPECT_EQ(VQXML_parse(f.text.c_str()), 0u);
+    const std::vector<Err> errors = drainErrors();
+    EXPECT_EQ(errors, f.errors);
+    if (f.message != nullptr && !errors.empty()) {
+        EXPECT_EQ(message(errors[0].code, errors[0].params), f.message);
+    }
+    EXPECT_EQ(vqxml::memStats().liveBlocks, before);
 }
 
 TraceCapture::TraceCapture(char level)

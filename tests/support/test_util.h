@@ -70,6 +70,16 @@ std::string print(VQHANDLE node);
 // Parses `text`, expecting a document (the errors are shown if none).
 VQHANDLE parse(const char *text);
 
+// A text the parser must refuse with exactly `errors`, the first error
+// rendering as `message` where one is given.
+struct Failure {
+    std::string text;
+    std::vector<Err> errors;
+    const char *message = nullptr;
+};
+// Parses `f.text`, which must fail as described and leave no heap block behind.
+void expectFailure(const Failure &f);
+
 // Captures trace lines written while it lives (trace flag as given).
 class TraceCapture {
 public:
