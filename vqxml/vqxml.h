@@ -336,7 +336,7 @@ VQXML_API VQHANDLE VQDOM_getNotationName(VQHANDLE entity);
 /*
  * Definitions at run time. Names and texts are NUL-terminated strings; a
  * definition text is read as the part of a declaration behind the name(s):
- * a content specification ("EMPTY", "(a|b)*", ...) or an attribute type
+ * a content model ("EMPTY", "(a|b)*", ...) or an attribute type
  * and default declaration ("(red|green) 'red'", "CDATA #IMPLIED", ...).
  * Faults in the text are recorded as parse messages (line 1 = the text's
  * first line). Each call returns 1 on success and 0, leaving the document
@@ -348,7 +348,7 @@ VQXML_API VQHANDLE VQDOM_getNotationName(VQHANDLE entity);
  * enumerated attribute separated by '|', empty for other types; 0 when
  * there is no such definition.
  * VQDOM_createElementDef: declares an element; text after the content
- * specification is not read. 0 when the element is declared already.
+ * model is not read. 0 when the element is declared already.
  * VQDOM_createAttListDef: adds an attribute definition to the element's
  * existing attribute-list declaration (0 without one, or when the
  * attribute is defined already); every element of that name in the

@@ -94,7 +94,7 @@ TEST_F(DtdTest, ElementDefinitionsParsedFromTheirText) {
         {"e", "EMPTY", 1, "<!ELEMENT e EMPTY>", {}},
         {"m", " ( #PCDATA ) ", 1, "<!ELEMENT m (#PCDATA)>", {}},
         {"s", "(x,(y|z)+,w?)", 1, "<!ELEMENT s (x,(y|z)+,w?)>", {}},
-        // Text after the content specification is not read.
+        // Text after the content model is not read.
         {"t", "EMPTY and then some >", 1, "<!ELEMENT t EMPTY>", {}},
         {"r", "EMPTY", 0, "", {}},  // declared already
         {"u", "", 0, "", {{kExpected, "1|EMPTY/ANY/(|"}}},

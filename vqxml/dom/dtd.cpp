@@ -1,7 +1,7 @@
 // dtd.cpp - element and attribute definitions as objects: the values an
 // enumerated attribute allows, and element and attribute definitions added
 // or removed while a program runs. Definition texts are read by the DTD
-// parser's own functions (content specification, attribute type, default
+// parser's own functions (content model, attribute type, default
 // declaration), so a definition made here is exactly one the parser would
 // have made from the same text. Adding or removing an attribute definition
 // brings the document's existing elements in line.
@@ -216,7 +216,7 @@ extern "C" int VQDOM_createElementDef(VQHANDLE doctype, const char *elementName,
     if (ok) {
         parseSpace(s, 0);
         ok = parseContentSpec(s, decl) != 0;
-        // What follows the content specification is not read.
+        // What follows the content model is not read.
         if (ok) parseSpace(s, 0);
         deleteSource(s);
     }
