@@ -413,12 +413,17 @@ extern "C" void addDefaultAttributes(VQHANDLE element) {
     StepBound steps(doctype);
     for (VQHANDLE decl = getFirstMarkupDecl(doctype, VQXML_ATTLIST_DECL_NODE); decl != 0 && steps.take();
          decl = getNextMarkupDecl(decl)) {
-        const VQHANDLE declName = asNode(decl)->nodeName;
-        const VQHANDLE elementName = asNode(element)->nodeName;
+        // A damaged image can hand out a declaration, or change the element
+        // under the walk, so that neither reads as a node any more.
+        const Node *declNode = asNode(decl);
+        const Node *elementNode = asNode(element);
+        if (declNode == nullptr || elementNode == nullptr) break;
+        const VQHANDLE declName = declNode->nodeName;
+        const VQHANDLE elementName = elementNode->nodeName;
         if (!liveHandle(declName) || !liveHandle(elementName) ||
             dsView(declName) != dsView(elementName))
             continue;
-        for (VQHANDLE def = asNode(decl)->firstChild; steps.take() && asNode(def) != nullptr;
+        for (VQHANDLE def = declNode->firstChild; steps.take() && asNode(def) != nullptr;
              def = asNode(def)->nextSibling) {
             if (asNode(def)->nodeType == VQXML_ATT_DEF_NODE) setDefaultAttribute(element, def);
         }
