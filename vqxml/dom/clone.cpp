@@ -236,12 +236,19 @@ bool stepClone(CloneFrame &f, VQHANDLE targetDoc, CloneStack &stack, bool &pushF
             return true;
         }
         break;
-    case CloneFrame::kAttributes:
+    case CloneFrame::kAttributes: {
+        // Skipped items take no step of the caller's bound: a map whose
+        // items loop through defaulted attributes only must end here.
+        StepBound skips(f.source);
         while (const ListItem *item = aux<ListItem>(f.cursor)) {
             // Attributes that came from a DTD default are not copied: the
             // target's own defaults stand in for them.
             const Attr *a = asType<Attr>(item->node, VQXML_ATTRIBUTE_NODE);
             if (a != nullptr && a->specified == 0) {
+                if (!skips.take()) {
+                    pushFailed = true;  // the copy fails as a whole
+                    return true;
+                }
                 f.cursor = item->nextItem;
                 continue;
             }
@@ -251,6 +258,7 @@ bool stepClone(CloneFrame &f, VQHANDLE targetDoc, CloneStack &stack, bool &pushF
         }
         recomputeValues(f.clone, targetDoc);
         break;
+    }
     case CloneFrame::kChildren:
         if (f.cursor != 0) {
             f.phase = CloneFrame::kChildWait;
