@@ -90,6 +90,30 @@ bool growForSlots(int32_t number) {
     return reallocDocumentArea(number, 0) != 0;
 }
 
+// The image as this library streams it out: no free block at all, and the
+// used slots, taken in slot order, name the blocks in address order, each
+// block naming its slot back, the last one ending the data region. One pass
+// with no chain from block to block, which is what makes loading cost little
+// more than the caller's copy. Returns the number of used slots, or -1 as
+// soon as any of it fails; the full check then decides (and names the
+// damage).
+int64_t tilesInSlotOrder(const int32_t *table, int32_t indexes, const char *base, int64_t D) {
+    int64_t expected = 4, used = 0;
+    bool tiles = true;
+    for (int32_t s = 1; s < indexes && tiles; ++s) {
+        const int64_t off = table[s];
+        if (off == 0) continue;
+        // `expected` is always a block start inside the region or its end.
+        if (off != expected || expected == D + 4) return -1;
+        const BlockHeader *b = reinterpret_cast<const BlockHeader *>(base + off);
+        const int64_t size = b->blockSize;
+        tiles = b->blockLink == s && size >= 8 && size % 8 == 0 && off + size <= D + 4;
+        expected = off + size;
+        ++used;
+    }
+    return tiles && expected == D + 4 ? used : -1;
+}
+
 // Checks that a loaded image is an area this library could have written:
 // it fits its block, its blocks tile the data region, every used slot names
 // a live block that names it back, the free list runs over free block starts
@@ -103,6 +127,15 @@ const char *checkAreaImage(const DocArea *a, int64_t blockBytes) {
     const char *base = reinterpret_cast<const char *>(a) + 48 + 4 * int64_t{a->indexes};
     const int32_t *table = reinterpret_cast<const int32_t *>(a + 1);
     auto header = [base](int64_t off) { return reinterpret_cast<const BlockHeader *>(base + off); };
+    auto countersAgree = [a, D](int64_t live, int64_t liveBytes, int64_t used) {
+        return a->dbgHandles == live && a->dbgSize == liveBytes && a->freeoffset == a->indexes - 1 - used &&
+               int64_t{a->freesize} == D - liveBytes;
+    };
+    if (const int64_t used = table[0] == 0 ? tilesInSlotOrder(table, a->indexes, base, D) : -1; used >= 0) {
+        // Every used slot names the next block and that block names it back,
+        // so used slots, live blocks and blocks are one and the same.
+        return countersAgree(used, D, used) ? nullptr : "counters";
+    }
     // Tiling; live blocks are those their slot names.
     int64_t off = 4, live = 0, liveBytes = 0, blocks = 0;
     while (off < D + 4) {
@@ -150,10 +183,7 @@ const char *checkAreaImage(const DocArea *a, int64_t blockBytes) {
             if (link > 0 && link < a->indexes && table[link] == f) return "free list";
         }
     }
-    if (a->dbgHandles != live || a->dbgSize != liveBytes || a->freeoffset != a->indexes - 1 - used ||
-        int64_t{a->freesize} != D - liveBytes)
-        return "counters";
-    return nullptr;
+    return countersAgree(live, liveBytes, used) ? nullptr : "counters";
 }
 
 int32_t lowestFreeNumber() {
