@@ -16,6 +16,8 @@
 //                               10 000 entries into a model of 1 000 items
 //   vqxml_bench --costs         only the second and third tables below
 //                               (with --quick: 1 MB corpora only)
+//   vqxml_bench --write-corpora DIR   write the 1 MB generated corpora to
+//                               DIR/<name>.xml (for profilers) and stop
 //
 // Parse speed is input megabytes per second to a complete tree (the tree is
 // freed after every run, outside the timing); print speed is input megabytes
@@ -565,6 +567,14 @@ int main(int argc, char **argv) {
             int runs = 0;
             if (i + 2 < argc && std::strcmp(argv[i + 1], "--runs") == 0) runs = std::atoi(argv[i + 2]);
             return modelTable(runs);
+        } else if (std::strcmp(argv[i], "--write-corpora") == 0 && i + 1 < argc) {
+            for (const auto &c : bench::generated(1u << 20, "-1MB")) {
+                std::ofstream out(std::string(argv[i + 1]) + "/" + c.name + ".xml",
+                                  std::ios::binary);
+                out << c.text;
+                if (!out) return 1;
+            }
+            return 0;
         } else if (std::strcmp(argv[i], "--quick") == 0)
             quick = true;
         else if (std::strcmp(argv[i], "--costs") == 0)
