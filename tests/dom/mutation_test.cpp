@@ -226,6 +226,26 @@ TEST_F(MutationTest, RefusedInsertionsFreeTheWholeSubtree) {
     EXPECT_TRUE(consistent(doc));
 }
 
+// The builders' shortcut links only what the full append would link the
+// same way: a parent below its child, a child in another tree, or a child
+// the parent's type refuses go the full way.
+TEST_F(MutationTest, AppendToUnlinkedKeepsTheRules) {
+    const VQHANDLE a = el("a"), b = add(a, el("b"));
+    EXPECT_EQ(vqxml::appendToUnlinked(b, a), 0u);  // a cycle: refused with its subtree
+    EXPECT_FALSE(alive(a) || alive(b));
+    const VQHANDLE x = el("x"), moved = add(x, el("m")), p = el("p");
+    EXPECT_EQ(vqxml::appendToUnlinked(p, moved), moved);  // leaves x
+    EXPECT_EQ(kids(x) + "|" + kids(p), "|m");
+    EXPECT_TRUE(consistent(x) && consistent(p));
+    EXPECT_EQ(vqxml::appendToUnlinked(attr("t"), el("e")), 0u);
+    EXPECT_EQ(vqxml::appendToUnlinked(p, attr("t")), 0u);
+    EXPECT_EQ(drainErrors(), Errs(3, Err{kHierarchy, ""}));
+    const VQHANDLE v = attr("v");
+    EXPECT_NE(vqxml::appendToUnlinked(v, text("1")), 0u);
+    EXPECT_NE(vqxml::appendToUnlinked(p, ref("r")), 0u);
+    EXPECT_EQ(kids(v) + "|" + kids(p), "'1'|m r");
+}
+
 TEST_F(MutationTest, InsertBeforeChecksInOrder) {
     const VQHANDLE p = el("p"), r = add(p, el("ref")), stray = el("stray");
     // newChild equal to refChild wins over every later check.

@@ -108,6 +108,12 @@ VQHANDLE setAttributeNodeWith(VQHANDLE element, VQHANDLE attribute, VQHANDLE ite
 // VQDOM_createElement without its final step, the default attributes.
 VQHANDLE createElementBare(VQHANDLE doc, VQHANDLE name);
 
+// VQDOM_appendChild for builders that fill a node before linking it
+// anywhere (the parser): when `parent` has neither parent nor owner map, it
+// cannot lie below `child`, so a plain content child is linked at once; in
+// every other case, and for invalid handles, the full path decides.
+VQHANDLE appendToUnlinked(VQHANDLE parent, VQHANDLE child);
+
 // True when `node` is `holder` or lies above it, by parent links or by way
 // of an attribute map: linking `node` below `holder` would make a cycle.
 bool isAncestorOrSelf(VQHANDLE node, VQHANDLE holder);

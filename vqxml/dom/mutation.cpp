@@ -341,6 +341,34 @@ extern "C" VQHANDLE VQDOM_appendChild(VQHANDLE parent, VQHANDLE newChild) {
     return newChild;
 }
 
+VQHANDLE vqxml::appendToUnlinked(VQHANDLE parent, VQHANDLE child) {
+    const Node *p = asNode(parent);
+    const Node *c = asNode(child);
+    if (p != nullptr && c != nullptr && parent != child && p->parentNode == 0 &&
+        p->containingMap == 0 && c->parentNode == 0 && p->ownerDocument == c->ownerDocument) {
+        // The parent/child rule for the parents a builder fills; entities
+        // and documents have further rules and take the full path.
+        uint32_t accepted = 0;
+        switch (p->nodeType) {
+        case VQXML_ELEMENT_NODE:
+        case VQXML_DOCUMENT_FRAGMENT_NODE:
+        case VQXML_ENTITY_REFERENCE_NODE:
+            accepted = kContent;
+            break;
+        case VQXML_ATTRIBUTE_NODE:
+            accepted = bit(VQXML_TEXT_NODE) | bit(VQXML_ENTITY_REFERENCE_NODE);
+            break;
+        default:
+            break;
+        }
+        if ((accepted & bit(c->nodeType)) != 0) {
+            linkLast(parent, child);
+            return child;
+        }
+    }
+    return VQDOM_appendChild(parent, child);
+}
+
 extern "C" VQHANDLE VQDOM_insertBefore(VQHANDLE parent, VQHANDLE newChild, VQHANDLE refChild) {
     if (!validHandle(refChild) || asNode(refChild) == nullptr)
         return VQDOM_appendChild(parent, newChild);

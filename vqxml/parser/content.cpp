@@ -340,7 +340,7 @@ bool ContentParser::markup(VQHANDLE parent, unsigned second) {
         made = cdataSection(s_, textBuffer_);
     }
     if (made == 0) return false;
-    VQDOM_appendChild(parent, made);
+    vqxml::appendToUnlinked(parent, made);
     return true;
 }
 
@@ -355,7 +355,7 @@ bool ContentParser::content(VQHANDLE base, bool inElement, int32_t depth) {
                 if (!open_.empty()) {
                     const VQHANDLE el = open_.pop();
                     if (!endTag(el)) return fail();
-                    VQDOM_appendChild(parentOfNext(base), el);
+                    vqxml::appendToUnlinked(parentOfNext(base), el);
                     continue;
                 }
                 if (inElement) return true;  // the caller reads this end tag
@@ -373,7 +373,7 @@ bool ContentParser::content(VQHANDLE base, bool inElement, int32_t depth) {
             const VQHANDLE el = startTag(empty);
             if (el == 0) return fail();
             if (empty) {
-                VQDOM_appendChild(parent, el);
+                vqxml::appendToUnlinked(parent, el);
                 continue;
             }
             if (!open_.push(el)) {
@@ -393,7 +393,7 @@ bool ContentParser::content(VQHANDLE base, bool inElement, int32_t depth) {
                 VQDOM_deleteNode(r.node);
                 return fail();
             } else {
-                VQDOM_appendChild(parent, r.node);
+                vqxml::appendToUnlinked(parent, r.node);
             }
         } else if (okCharData(s_)) {
             gatherText(s_, run_);

@@ -37,7 +37,7 @@ unsigned predefinedEntity(std::string_view name) {
 bool expandEntity(Source *s, VQHANDLE entity, VQHANDLE reference) {
     for (VQHANDLE child = node(entity)->firstChild; liveHandle(child);) {
         const VQHANDLE copy = VQDOM_cloneNode(child, 1);
-        if (copy != 0) VQDOM_appendChild(reference, copy);
+        if (copy != 0) appendToUnlinked(reference, copy);
         child = node(child)->nextSibling;
     }
     return !vqxml::copyBudgetSpent(s);
@@ -182,7 +182,7 @@ bool appendText(VQHANDLE doc, VQHANDLE parent, std::string_view text) {
     const VQHANDLE data = vqxml::createDSView(doc, text);
     const VQHANDLE textNode = data != 0 ? VQDOM_createTextNode(doc, data) : 0;
     if (textNode == 0) return false;
-    VQDOM_appendChild(parent, textNode);
+    appendToUnlinked(parent, textNode);
     return true;
 }
 
@@ -211,7 +211,7 @@ VQHANDLE attributeValue(Source *s, VQHANDLE attr, VQHANDLE attDef, ByteBuffer &t
                 return fail();
             }
             run.reset();
-            VQDOM_appendChild(attr, r.node);
+            appendToUnlinked(attr, r.node);
             continue;
         }
         if (c == '<' || !vqxml::charOk(c) || c == 0) break;
