@@ -195,7 +195,8 @@ VQHANDLE ContentParser::startTag(bool &empty) {
     const VQHANDLE name = nameDS(s_, names_);
     const VQHANDLE el = name != 0 ? vqxml::createElementBare(doc_, name) : 0;
     if (el == 0) return 0;
-    addDefaultAttributes(el);
+    // Without a document type there are no defaults to look for.
+    if (doctype_ != 0) addDefaultAttributes(el);
     // Defaults are copies too, charged to the parse's budget.
     if (vqxml::copyBudgetSpent(s_)) {
         VQDOM_deleteNode(el);
