@@ -47,6 +47,27 @@ int32_t openEntitySources = 0;
 int64_t expandedBytes = 0;
 int32_t parseScopes = 0;
 
+// The chain of levels the last walk from `top` handed characters down:
+// level[i] stood at at[i] on an expansion whose child is level[i + 1]. While
+// nothing else has moved a cursor or dropped a source, the next step from
+// `top` finds the same chain, and levels whose child still has a character
+// only pass it up: that part of the walk is done from here without looking
+// for the expansions again. Every level recorded reads with `top`'s
+// document type, so one check of it covers them all. (An intermediate level
+// stands on the start of a reference, never on a NUL or LF.) The reader is
+// single-threaded, like the counts above.
+struct Chain {
+    Source *top = nullptr;
+    VQHANDLE doctype = 0;
+    int depth = 0;
+    Source *level[vqxml::kMaxOpenEntitySources + 2];
+    const char *at[vqxml::kMaxOpenEntitySources + 1];
+};
+Chain chain;
+
+// Anything but a step from the top may move cursors or drop sources.
+void forgetChain() { chain.top = nullptr; }
+
 // The count for a new source over `textLength` bytes: read through itself
 // and every entity source open around it.
 int64_t readingCost(int64_t textLength) { return textLength * (openEntitySources + 1); }
@@ -138,6 +159,7 @@ void unlinkExpansion(Source *s, Expansion *x) {
 // dropping expansions that have run dry. Returns the character, or 0 when
 // no expansion starts at the (possibly moved) cursor.
 int vqxml::readExpansionsBy(Source *s, int (*next)(Source *), const char *reader) {
+    forgetChain();
     for (;;) {
         Expansion *x = expansionAt(s, s->cursor);
         if (x == nullptr) x = checkEntity(s, s->cursor);
@@ -159,8 +181,6 @@ int vqxml::readExpansionsBy(Source *s, int (*next)(Source *), const char *reader
 }
 
 namespace {
-
-int readExpansions(Source *s) { return vqxml::readExpansionsBy(s, getNextCh, "getNextCh"); }
 
 // Look-ahead from `position` in the text of `s`: the character `skip`
 // characters on, expansions included. Returns -1, with `skip` reduced by
@@ -404,6 +424,7 @@ extern "C" Source *allocSourceEntity(VQHANDLE entity, VQHANDLE document) {
 
 extern "C" void deleteSource(Source *source) {
     if (source == nullptr) return;
+    forgetChain();
     // Expansions still in progress (a parse that stopped early, or records
     // that look-ahead made) go with their children.
     for (Expansion *x = source->expansions; x != nullptr;) {
@@ -419,36 +440,105 @@ extern "C" void deleteSource(Source *source) {
     vqxml::tracedFree(source, "deleteSource");
 }
 
+// A level whose cursor stands on an expansion hands its child's current
+// character on and then steps the child; nothing happens at the level after
+// that, so reading through nested expansions is a walk down the chain of
+// children rather than a call per level. Each level on the way does exactly
+// what a step of its own would: count a LF at its cursor, drop the
+// expansions that have run dry, take over the child's character and its
+// delimiter mark.
+namespace {
+
+// The child whose character `s` has just taken over, or null when no
+// expansion starts at the (possibly moved) cursor of `s`.
+Source *handOn(Source *s) {
+    for (;;) {
+        Expansion *x = s->expansions;
+        if (x == nullptr || x->start != s->cursor) x = expansionAt(s, s->cursor);
+        if (x == nullptr) x = checkEntity(s, s->cursor);
+        if (x == nullptr) return nullptr;
+        Source *child = x->child;
+        const unsigned c = child->current;
+        s->current = static_cast<uint16_t>(c);
+        if (child->delimiterSeen) {
+            child->delimiterSeen = 0;
+            s->delimiterSeen = 1;
+        }
+        if (c != 0) return child;
+        getNextCh(child);
+        s->cursor = x->resume;
+        unlinkExpansion(s, x);
+        deleteSource(child);
+        vqxml::tracedFree(x, "getNextCh");
+    }
+}
+
+}  // namespace
+
 extern "C" int getNextCh(Source *source) {
     if (source == nullptr) return 0;
-    unsigned c = byteAt(source->cursor);
-    if (c == 0) {
-        source->current = 0;  // the cursor stays: end of input is sticky
-        return 0;
-    }
-    // A LF is counted when it is the byte at the cursor on entry, before any
-    // expansion is looked for. A LF that a finished reference uncovers
-    // below is therefore read without counting a line: entity texts and
-    // fragments number their lines this way, and callers' messages depend
-    // on it (like the lone CR below).
-    if (c == '\n') ++source->line;
-    // (A silent check: this runs for every character at every level of a
-    // nested expansion, and the parser set the doctype itself.)
-    if (source->doctype != 0 && vqxml::liveHandle(source->doctype)) {
-        if (const int expanded = readExpansions(source); expanded != 0) return expanded;
-        // A finished expansion may have moved the cursor; a LF found there
-        // is not counted (see above).
-        c = byteAt(source->cursor);
-        if (c == 0) {
-            // The text ended right behind a reference; the cursor stays on
-            // the NUL so that the end remains sticky.
-            source->current = 0;
-            if (source->awaited != 0) addParseError(source->line, kNotSameEntity, nullptr);
-            return 0;
+    Source *s = source;
+    if (chain.top == source && chain.depth > 0 && source->cursor == chain.at[0] &&
+        source->doctype == chain.doctype && vqxml::liveHandle(chain.doctype)) {
+        int k = 0;
+        for (; k < chain.depth; ++k) {
+            Source *child = chain.level[k + 1];
+            const unsigned c = child->current;
+            if (c == 0) break;  // the walk drops it
+            Source *level = chain.level[k];
+            level->current = static_cast<uint16_t>(c);
+            if (child->delimiterSeen) {
+                child->delimiterSeen = 0;
+                level->delimiterSeen = 1;
+            }
         }
+        chain.depth = k;
+        s = chain.level[k];
+    } else {
+        chain.top = source;
+        chain.doctype = source->doctype;
+        chain.depth = 0;
+        chain.level[0] = source;
     }
-    ++source->cursor;
-    return takeChar(source, c);
+    for (;;) {
+        unsigned c = byteAt(s->cursor);
+        if (c == 0) {
+            s->current = 0;  // the cursor stays: end of input is sticky
+            return source->current;
+        }
+        // A LF is counted when it is the byte at the cursor on entry, before
+        // any expansion is looked for. A LF that a finished reference
+        // uncovers below is therefore read without counting a line: entity
+        // texts and fragments number their lines this way, and callers'
+        // messages depend on it (like the lone CR in takeChar).
+        if (c == '\n') ++s->line;
+        // (A silent check: this runs for every character at every level of
+        // a nested expansion, and the parser set the doctype itself.)
+        if (s->doctype != 0 && vqxml::liveHandle(s->doctype)) {
+            if (Source *child = handOn(s); child != nullptr) {
+                if (chain.top == source && chain.level[chain.depth] == s && s->doctype == chain.doctype &&
+                    chain.depth <= vqxml::kMaxOpenEntitySources) {
+                    chain.at[chain.depth] = s->cursor;
+                    chain.level[++chain.depth] = child;
+                }
+                s = child;
+                continue;
+            }
+            // A finished expansion may have moved the cursor; a LF found
+            // there is not counted (see above).
+            c = byteAt(s->cursor);
+            if (c == 0) {
+                // The text ended right behind a reference; the cursor stays
+                // on the NUL so that the end remains sticky.
+                s->current = 0;
+                if (s->awaited != 0) addParseError(s->line, kNotSameEntity, nullptr);
+                return source->current;
+            }
+        }
+        ++s->cursor;
+        takeChar(s, c);
+        return source->current;
+    }
 }
 
 extern "C" int getNthCh(Source *source, int n) {
