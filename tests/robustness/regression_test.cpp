@@ -1,6 +1,7 @@
 // regression_test.cpp - faults found by fuzzing and by the hostile-input
 // review, each replayed: the inputs the fuzz targets found (kept in their
 // seed corpora as regress-*) and the cases behind each fix.
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -98,10 +99,13 @@ TEST_F(LibraryTest, SelfReferencingParameterEntityStopsAtTheBound) {
     ASSERT_FALSE(input.empty());
     const std::string text(input.begin(), input.end());
     EXPECT_EQ(VQXML_parse(text.c_str()), 0u);
+    // (The input holds a NUL: the parse reads the text before it.)
+    const int64_t parsed = static_cast<int64_t>(std::strlen(text.c_str()));
+    const std::string bound = "|" + std::to_string((int64_t{1} << 20) + 16 * parsed) + "|";
     bool bounded = false;
     for (const Err &e : vqtest::drainErrors()) {
         EXPECT_TRUE(e.code == kNameStartIllegal || e.code == kPeIllegalHere || e.code == kExpansionTooLarge || e.code == kEntitiesTooDeep) << e;
-        bounded |= e.code == kExpansionTooLarge && e.params.find("|67108864|") != std::string::npos;
+        bounded |= e.code == kExpansionTooLarge && e.params.find(bound) != std::string::npos;
     }
     EXPECT_TRUE(bounded);
     EXPECT_EQ(liveAreas(), 0);

@@ -29,6 +29,7 @@ ParseBudget::ParseBudget(const char *text)
       failuresAtStart_(allocationFailures()) {
     meter_ = CloneMeter{limit_, false};
     cloneMeter = &meter_;
+    entityText_.allowFor((limit_ - kCopyAllowance) / kCopyPerInputByte);  // the input's length
     active_ = this;
 }
 

@@ -37,14 +37,16 @@ using vqxml::kClassSpace;
 // through each enclosing source on its way to the parser, so a source's
 // text counts once for every level it is read through (its own and those
 // around it): what is bounded is the reading work, which deep nesting would
-// otherwise multiply up to 64 times. The count covers a whole parse call
-// (so that many references, each below the bound, cannot add up to an
-// unbounded amount); outside a parse it starts again whenever no entity
-// source is open.
+// otherwise multiply up to 64 times. The bound is an allowance plus a share
+// per byte of the parsed text, so that refusing a small document that asks
+// for much costs little more than reading it. The count covers a whole
+// parse call (so that many references, each below the bound, cannot add up
+// to an unbounded amount); outside a parse it starts again whenever no
+// entity source is open.
 using vqxml::kMaxOpenEntitySources;
-constexpr int64_t kMaxExpandedBytes = vqxml::kEntityTextBudget;
 int32_t openEntitySources = 0;
 int64_t expandedBytes = 0;
+int64_t expandedLimit = vqxml::kEntityTextAllowance;
 int32_t parseScopes = 0;
 
 // The chain of levels the last walk from `top` handed characters down:
@@ -79,9 +81,9 @@ bool expansionAllowed(int32_t line, int64_t textLength) {
     if (openEntitySources >= kMaxOpenEntitySources) {
         code = kEntitiesTooDeep;
         bound = kMaxOpenEntitySources;
-    } else if (expandedBytes + readingCost(textLength) > kMaxExpandedBytes) {
+    } else if (expandedBytes + readingCost(textLength) > expandedLimit) {
         code = kExpansionTooLarge;
-        bound = kMaxExpandedBytes;
+        bound = expandedLimit;
     } else {
         return true;
     }
@@ -320,8 +322,14 @@ EntityBudgetScope::EntityBudgetScope() {
     if (parseScopes++ == 0) expandedBytes = 0;
 }
 
+void EntityBudgetScope::allowFor(int64_t inputBytes) {
+    if (parseScopes == 1) expandedLimit = kEntityTextAllowance + kEntityTextPerInputByte * inputBytes;
+}
+
 EntityBudgetScope::~EntityBudgetScope() {
-    if (--parseScopes == 0 && openEntitySources == 0) expandedBytes = 0;
+    if (--parseScopes != 0) return;
+    expandedLimit = kEntityTextAllowance;
+    if (openEntitySources == 0) expandedBytes = 0;
 }
 
 bool entitySourceAllowed(int32_t line, VQHANDLE entity) {

@@ -59,12 +59,16 @@ namespace vqxml {
 // The figures are in limits.h.
 //
 // Entity sources open at once are bounded by kMaxOpenEntitySources and the
-// bytes of entity text they read by kEntityTextBudget, a source's text
-// counting once for every level it is read through. While a scope lives (a parse call)
-// the byte count is not reset between references.
+// bytes of entity text they read by kEntityTextAllowance plus
+// kEntityTextPerInputByte for each byte the outermost scope allows for, a
+// source's text counting once for every level it is read through. While a
+// scope lives (a parse call) the byte count is not reset between references.
 class EntityBudgetScope {
 public:
     EntityBudgetScope();
+    // Widens the bound of the outermost scope by the share of `inputBytes`
+    // bytes of parsed text.
+    void allowFor(int64_t inputBytes);
     ~EntityBudgetScope();
     EntityBudgetScope(const EntityBudgetScope &) = delete;
     EntityBudgetScope &operator=(const EntityBudgetScope &) = delete;

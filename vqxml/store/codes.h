@@ -111,7 +111,7 @@ constexpr int64_t kUnexpectedEnd = 1001941;
 constexpr int64_t kEndTagMissing = 1001942;
 constexpr int64_t kIllegalSequence = 1001943;
 constexpr int64_t kElementsTooDeep = 1001944;        // see kMaxNesting
-constexpr int64_t kExpansionTooLarge = 1001945;      // see kEntityTextBudget
+constexpr int64_t kExpansionTooLarge = 1001945;      // see kEntityTextAllowance
 constexpr int64_t kEntitiesTooDeep = 1001946;        // see kMaxOpenEntitySources
 
 }  // namespace codes

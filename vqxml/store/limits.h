@@ -20,18 +20,21 @@ constexpr int32_t kMaxOpenEntitySources = 64;
 // Fuzzing builds use small budgets, so that a crafted input costs
 // milliseconds rather than seconds; the checks are the same.
 #ifdef VQXML_FUZZ_LIMITS
-constexpr int64_t kEntityTextBudget = int64_t{1} << 20;
 constexpr int64_t kCopyAllowance = int64_t{1} << 20;
 #else
-// Bytes of entity text one parse call reads, counted once per level of
-// nesting they are read through (kExpansionTooLarge).
-constexpr int64_t kEntityTextBudget = int64_t{64} << 20;
 // Bytes that copies (entity references, default attributes) may add to
 // document areas in one parse call, before the share per input byte.
 constexpr int64_t kCopyAllowance = int64_t{8} << 20;
 #endif
 // Further copy bytes allowed for each byte of the parsed text.
 constexpr int64_t kCopyPerInputByte = 100;
+
+// Bytes of entity text one parse call reads, counted once per level of
+// nesting they are read through (kExpansionTooLarge): an allowance plus a
+// share per byte of the parsed text. Outside a parse call the allowance
+// alone holds.
+constexpr int64_t kEntityTextAllowance = int64_t{1} << 20;
+constexpr int64_t kEntityTextPerInputByte = 16;
 
 // Default attributes whose values bring further defaults; deeper ones are
 // not added.
