@@ -215,7 +215,7 @@ void deliver(CloneFrame &f, VQHANDLE result) {
         f.cursor = item != nullptr ? item->nextItem : 0;
         f.phase = CloneFrame::kAttributes;
     } else {
-        if (liveHandle(result)) VQDOM_appendChild(f.clone, result);
+        if (liveHandle(result)) appendToUnlinked(f.clone, result);
         const Node *child = asNode(f.cursor);
         f.cursor = child != nullptr ? child->nextSibling : 0;
         f.phase = CloneFrame::kChildren;
@@ -335,6 +335,34 @@ int64_t areaBytes(VQHANDLE doc) {
     return a != nullptr ? a->dbgSize : 0;
 }
 
+// A node without attribute map or children to copy (text, comments, most
+// copies of entity content): the general copy would take its first step
+// only, and end with the same charge and the same checks.
+bool copiesAlone(const Node *s, int deep) {
+    return s->attributes == 0 && s->nodeType != VQXML_DOCUMENT_TYPE_NODE && (deep == 0 || s->firstChild == 0);
+}
+
+VQHANDLE cloneAlone(VQHANDLE h, VQHANDLE targetDoc, CloneMeter *meter, bool charging) {
+    const int64_t before = charging ? areaBytes(targetDoc) : 0;
+    const VQHANDLE clone = startClone(h, targetDoc);
+    if (clone != 0) {
+        if (asNode(h)->childNodes != 0) {
+            const VQHANDLE list = createNodeList(clone);
+            asNode(clone)->childNodes = list;
+        }
+        copyTypeFields(h, clone, targetDoc);
+    }
+    if (charging) {
+        meter->left -= areaBytes(targetDoc) - before;
+        if (meter->left < 0) meter->spent = true;
+    }
+    if (meter != nullptr && meter->spent) {
+        VQDOM_deleteNode(clone);
+        return 0;
+    }
+    return clone;
+}
+
 }  // namespace
 
 extern "C" VQHANDLE VQDOM_cloneNodeDoc(VQHANDLE h, int deep, VQHANDLE targetDoc) {
@@ -342,6 +370,8 @@ extern "C" VQHANDLE VQDOM_cloneNodeDoc(VQHANDLE h, int deep, VQHANDLE targetDoc)
     if (meter != nullptr && meter->spent) return 0;
     const bool charging = meter != nullptr && cloneNesting == 0;
     const CloneNesting nesting;
+    if (const Node *s = asNode(h); s != nullptr && copiesAlone(s, deep))
+        return cloneAlone(h, targetDoc, meter, charging);
     CloneStack stack;
     stack.push(h, deep != 0);
     // A sound source takes a few steps per object (its start, each child or
