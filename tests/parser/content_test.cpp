@@ -178,6 +178,13 @@ TEST_F(LibraryTest, AttributeDefaultsAndDeclaredTypes) {
               "a[x~=\"two\"](a[x~=\"two\"],a[x=\" v \"])");
     EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a x CDATA #IMPLIED><!ATTLIST a x NMTOKEN #IMPLIED>]><a x=' v '/>"),
               "a[x=\" v \"]");
+    // The type is that of the element's own definition, however the two
+    // names split their bytes, and for names of any length.
+    const std::string l(40, 'l');
+    EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a bc NMTOKEN #IMPLIED x NMTOKEN #IMPLIED><!ATTLIST ab c CDATA #IMPLIED x CDATA #IMPLIED>"
+                   "<!ATTLIST " + l + " " + l + " NMTOKEN #IMPLIED>]><a bc=' 1 ' x=' 2 '><ab c=' 3 ' x=' 4 '/>"
+                   "<a bc=' 5 ' x=' 6 '/><" + l + " " + l + "=' 7 '/><ab " + l + "=' 8 '/></a>"),
+              "a[bc=\"1\" x=\"2\"](ab[c=\" 3 \" x=\" 4 \"],a[bc=\"5\" x=\"6\"]," + l + "[" + l + "=\"7\"],ab[" + l + "=\" 8 \"])");
     // Every declared type but CDATA folds blanks; tabs and line ends were
     // already blanks.
     EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a e (p|q) #IMPLIED i ID #IMPLIED n ENTITY #IMPLIED>]>"

@@ -123,6 +123,49 @@ private:
     bool saturated_ = false;
 };
 
+// The attribute definitions looked up for the attributes read, by element
+// and attribute name. Declarations do not change while content is read, so
+// a pair keeps the answer of its first lookup; a pair whose names do not fit
+// a slot is looked up every time.
+class AttDefCache {
+public:
+    VQHANDLE find(VQHANDLE doctype, VQHANDLE elementName, VQHANDLE attributeName) {
+        const std::string_view element = vqxml::dsView(elementName);
+        const std::string_view attribute = vqxml::dsView(attributeName);
+        const size_t length = element.size() + attribute.size();
+        if (length > sizeof(Entry::names)) return findAttDefDS(doctype, elementName, attributeName);
+        uint64_t h = 14695981039346656037u;
+        for (unsigned char c : element) h = (h ^ c) * 1099511628211u;
+        h = (h ^ 0xff) * 1099511628211u;  // no byte of a name
+        for (unsigned char c : attribute) h = (h ^ c) * 1099511628211u;
+        h |= 1;
+        Entry &e = entries_[(h ^ (h >> 29)) & (kEntries - 1)];
+        if (e.hash == h && e.elementLength == element.size() && e.attributeLength == attribute.size() &&
+            std::memcmp(e.names, element.data(), element.size()) == 0 &&
+            std::memcmp(e.names + element.size(), attribute.data(), attribute.size()) == 0)
+            return e.definition;
+        const VQHANDLE found = findAttDefDS(doctype, elementName, attributeName);
+        e.hash = h;
+        e.elementLength = static_cast<uint8_t>(element.size());
+        e.attributeLength = static_cast<uint8_t>(attribute.size());
+        if (!element.empty()) std::memcpy(e.names, element.data(), element.size());
+        if (!attribute.empty()) std::memcpy(e.names + element.size(), attribute.data(), attribute.size());
+        e.definition = found;
+        return found;
+    }
+
+private:
+    struct Entry {
+        uint64_t hash;  // 0 = empty
+        VQHANDLE definition;
+        uint8_t elementLength;
+        uint8_t attributeLength;
+        char names[50];
+    };
+    static constexpr size_t kEntries = 64;
+    Entry entries_[kEntries] = {};
+};
+
 // Takes a replaced attribute out of its element's map, its item being
 // known, and deletes it: what removeNode and VQDOM_deleteNode do to it,
 // without searching the map for the item.
@@ -176,6 +219,7 @@ private:
     // Defaults and definitions are looked up for every element and
     // attribute: the store's name indexes answer while the parser runs.
     vqxml::MapIndexScope indexes_;
+    AttDefCache attDefs_;
 };
 
 VQHANDLE ContentParser::element() {
@@ -259,7 +303,7 @@ bool ContentParser::attribute(VQHANDLE el, AttributeNames &seen) {
         return false;
     }
     VQHANDLE attDef = 0;
-    if (doctype_ != 0) attDef = findAttDefDS(doctype_, node(el)->nodeName, attrName);
+    if (doctype_ != 0) attDef = attDefs_.find(doctype_, node(el)->nodeName, attrName);
     if (attributeValue(s_, attr, attDef, valueBuffer_, names_) == 0) return false;
     // A repeated name replaces the earlier value.
     const std::string_view text = vqxml::dsView(attrName);
