@@ -462,21 +462,38 @@ extern "C" int getNormalValue(VQHANDLE attribute, int cdata) {
     // The text children of the attribute and, inside entity references at
     // any depth, theirs.
     const VQHANDLE first = asNode(attribute)->firstChild;
+    // The common value, one text child, is the one piece the walk would
+    // find; the text's handle is read again after the allocation, which may
+    // move the area.
+    const Node *only = (first & 255) == (attribute & 255) ? typedNode(first) : nullptr;
+    const bool single = only != nullptr && only->nodeType == VQXML_TEXT_NODE && only->nextSibling == 0 &&
+                        only->parentNode == attribute;
     size_t total = 0;
-    const bool complete = forEachValueText(attribute, first, [&total](VQHANDLE v) {
-        total += dsView(v).size();
-        return true;
-    });
+    bool complete = true;
+    if (single) {
+        if (only->nodeValue != 0) total = dsView(only->nodeValue).size();
+    } else {
+        complete = forEachValueText(attribute, first, [&total](VQHANDLE v) {
+            total += dsView(v).size();
+            return true;
+        });
+    }
     const VQHANDLE value = allocDS(attribute, static_cast<int64_t>(total) + 1);
     if (value == 0) return 0;
     char *out = VQDOM_getBufferDS(value);
     char *const start = out;
-    forEachValueText(attribute, first, [&out](VQHANDLE v) {
-        const std::string_view piece = dsView(v);
-        std::memcpy(out, piece.data(), piece.size());
+    if (single) {
+        const std::string_view piece = node(first)->nodeValue != 0 ? dsView(node(first)->nodeValue) : std::string_view();
+        if (!piece.empty()) std::memcpy(out, piece.data(), piece.size());
         out += piece.size();
-        return true;
-    });
+    } else {
+        forEachValueText(attribute, first, [&out](VQHANDLE v) {
+            const std::string_view piece = dsView(v);
+            std::memcpy(out, piece.data(), piece.size());
+            out += piece.size();
+            return true;
+        });
+    }
     *out = '\0';
     // A value cut short by a child of another kind is kept as gathered.
     if (complete && cdata == 0) foldBlanks(start);
