@@ -55,7 +55,7 @@ VQHANDLE createDataNode(VQHANDLE doc, VQHANDLE data, int32_t type, const char *n
         VQDOM_deleteDS(data);
         return 0;
     }
-    const VQHANDLE nameDS = VQDOM_createDS(doc, name);
+    const VQHANDLE nameDS = createDSView(doc, name);
     const VQHANDLE created = nameDS != 0 ? allocNode(doc, type, nameDS) : 0;
     if (created == 0) {
         VQDOM_deleteDS(data);
