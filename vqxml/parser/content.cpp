@@ -56,6 +56,7 @@ public:
     // where the table keeps it.
     Seen find(std::string_view name, VQHANDLE *item, size_t *slot) const {
         if (saturated_) return kUnknown;
+        if (capacity_ == 0) return kNo;
         const uint64_t h = hash(name);
         for (size_t i = h & (capacity_ - 1); slots_[i].hash != 0; i = (i + 1) & (capacity_ - 1)) {
             if (slots_[i].hash == h && nameOf(slots_[i].item) == name) {
@@ -98,6 +99,11 @@ private:
         slots_[i] = {h, item};
     }
     bool grow() {
+        if (capacity_ == 0) {  // the first name: the inline table comes into use
+            std::memset(static_cast<void *>(inline_), 0, sizeof inline_);
+            capacity_ = kInline;
+            return true;
+        }
         const size_t capacity = capacity_ * 2;
         auto *fresh = static_cast<Slot *>(dbg_malloc(capacity * sizeof(Slot), "parseNames"));
         if (fresh == nullptr) return false;
@@ -116,9 +122,12 @@ private:
         return true;
     }
 
-    Slot inline_[16] = {};
+    // Most elements have no attribute: the inline table is cleared only
+    // when the first name comes.
+    static constexpr size_t kInline = 16;
+    Slot inline_[kInline];
     Slot *slots_ = inline_;
-    size_t capacity_ = 16;
+    size_t capacity_ = 0;
     size_t count_ = 0;
     bool saturated_ = false;
 };
