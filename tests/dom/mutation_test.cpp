@@ -155,6 +155,35 @@ TEST_F(MutationTest, DeletingADocumentLeavesWhatItDoesNotReach) {
     VQXML_deleteDocumentArea(doc);
 }
 
+// A parsed document goes in one step only while nothing has changed since
+// the parse: a record made in its area, or a child unlinked from it, stays
+// behind when the document node is deleted.
+TEST_F(MutationTest, AParsedDocumentChangedSinceItsParseKeepsWhatItDoesNotReach) {
+    const struct {
+        const char *what;
+        VQHANDLE (*change)(VQHANDLE parsed);
+    } cases[] = {
+        {"made", [](VQHANDLE parsed) { return VQDOM_createElement(parsed, VQDOM_createDS(parsed, "o")); }},
+        {"unlinked", [](VQHANDLE parsed) {
+             const VQHANDLE root = VQDOM_getDocumentElement(parsed);
+             return VQDOM_removeChild(root, VQDOM_getFirstChild(root));
+         }},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        const VQHANDLE parsed = VQXML_parse("<r><o a='1'>kept</o></r>");
+        ASSERT_NE(parsed, 0u);
+        const VQHANDLE orphan = c.change(parsed);
+        VQDOM_deleteNode(parsed);
+        EXPECT_TRUE(alive(orphan));
+        VQXML_deleteDocumentArea(parsed);
+    }
+    const VQHANDLE parsed = VQXML_parse("<r/>");
+    VQDOM_deleteNode(parsed);
+    EXPECT_EQ(docHead[parsed & 255], nullptr);
+    EXPECT_TRUE(drainErrors().empty());
+}
+
 // The table of child types per parent type is the code's own; these are the
 // rules that depend on the nodes themselves.
 TEST_F(MutationTest, HierarchyRulesBesideTheTable) {

@@ -275,7 +275,17 @@ private:
     Cursor stack_[kMaxCursors];
 };
 
+// The document the parser built last, and the tree generation it left.
+struct Built {
+    VQHANDLE doc;
+    uint64_t generation;
+};
+Built built = {0, 0};
+
 }  // namespace
+
+void documentBuilt(VQHANDLE doc) { built = {doc, treeGeneration}; }
+
 }  // namespace vqxml
 
 using namespace vqxml;
@@ -285,6 +295,13 @@ using namespace vqxml;
 extern "C" void VQDOM_deleteNode(VQHANDLE root) {
     if (!deletable(root)) return;
     if (typeOf(root) == VQXML_DOCUMENT_NODE && !traceOn(2)) {
+        // Nothing has been made, freed or relinked in any area since the
+        // parser built this document: its area holds the parser's tree and
+        // nothing else, which is what the check below would find by a walk.
+        if (root == built.doc && treeGeneration == built.generation) {
+            VQXML_deleteDocumentArea(root);
+            return;
+        }
         WholeAreaCheck check(root);
         if (check.run(root)) {
             check.keepMarks();

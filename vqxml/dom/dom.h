@@ -114,6 +114,11 @@ VQHANDLE createElementBare(VQHANDLE doc, VQHANDLE name);
 // every other case, and for invalid handles, the full path decides.
 VQHANDLE appendToUnlinked(VQHANDLE parent, VQHANDLE child);
 
+// Called by the parser with the document it has just built: until any area
+// changes (treeGeneration), deleting that document node gives its area back
+// in one step without walking it first.
+void documentBuilt(VQHANDLE doc);
+
 // True when `node` is `holder` or lies above it, by parent links or by way
 // of an attribute map: linking `node` below `holder` would make a cycle.
 bool isAncestorOrSelf(VQHANDLE node, VQHANDLE holder);

@@ -608,6 +608,7 @@ extern "C" VQHANDLE VQXML_parse(const char *text) {
     // (a reference read as text, a default left out): no partial result.
     if (budget.memoryFailed()) return fail();
     deleteSource(s);
+    vqxml::documentBuilt(doc);
     return doc;
 }
 
