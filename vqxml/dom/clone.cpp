@@ -342,7 +342,9 @@ bool copiesAlone(const Node *s, int deep) {
     return s->attributes == 0 && s->nodeType != VQXML_DOCUMENT_TYPE_NODE && (deep == 0 || s->firstChild == 0);
 }
 
-VQHANDLE cloneAlone(VQHANDLE h, VQHANDLE targetDoc, CloneMeter *meter, bool charging) {
+// The first step of copying such a node, charged like a step of the
+// general copy. The clone, or 0.
+VQHANDLE firstStep(VQHANDLE h, VQHANDLE targetDoc, CloneMeter *meter, bool charging) {
     const int64_t before = charging ? areaBytes(targetDoc) : 0;
     const VQHANDLE clone = startClone(h, targetDoc);
     if (clone != 0) {
@@ -356,11 +358,56 @@ VQHANDLE cloneAlone(VQHANDLE h, VQHANDLE targetDoc, CloneMeter *meter, bool char
         meter->left -= areaBytes(targetDoc) - before;
         if (meter->left < 0) meter->spent = true;
     }
-    if (meter != nullptr && meter->spent) {
+    return clone;
+}
+
+bool meterSpent(const CloneMeter *meter) { return meter != nullptr && meter->spent; }
+
+VQHANDLE cloneAlone(VQHANDLE h, VQHANDLE targetDoc, CloneMeter *meter, bool charging) {
+    const VQHANDLE clone = firstStep(h, targetDoc, meter, charging);
+    if (meterSpent(meter)) {
         VQDOM_deleteNode(clone);
         return 0;
     }
     return clone;
+}
+
+// A deep copy of a node without attribute map whose children all copy
+// alone (a default attribute and its text, most references' content).
+bool copiesWithLeaves(VQHANDLE h, const Node *s, int deep) {
+    if (deep == 0 || s->attributes != 0 || s->nodeType == VQXML_DOCUMENT_TYPE_NODE) return false;
+    // A link to something that is no node is left to the general copy,
+    // which reports it.
+    StepBound steps(h);
+    for (VQHANDLE c = s->firstChild; c != 0;) {
+        const Node *n = asNode(c);
+        if (n == nullptr || !steps.take() || !copiesAlone(n, 1)) return false;
+        c = n->nextSibling;
+    }
+    return true;
+}
+
+// The general copy's steps for such a node: the node, then each child in
+// turn, linked in as it is done; a spent meter deletes what is under way.
+VQHANDLE cloneWithLeaves(VQHANDLE h, VQHANDLE targetDoc, CloneMeter *meter, bool charging) {
+    const VQHANDLE top = firstStep(h, targetDoc, meter, charging);
+    if (meterSpent(meter)) {
+        VQDOM_deleteNode(top);
+        return 0;
+    }
+    if (top == 0) return 0;
+    for (VQHANDLE c = asNode(h)->firstChild; c != 0;) {
+        const VQHANDLE copy = firstStep(c, targetDoc, meter, charging);
+        if (meterSpent(meter)) {
+            VQDOM_deleteNode(copy);
+            VQDOM_deleteNode(top);
+            return 0;
+        }
+        if (liveHandle(copy)) appendToUnlinked(top, copy);
+        const Node *child = asNode(c);
+        c = child != nullptr ? child->nextSibling : 0;
+    }
+    return top;
 }
 
 }  // namespace
@@ -372,6 +419,8 @@ extern "C" VQHANDLE VQDOM_cloneNodeDoc(VQHANDLE h, int deep, VQHANDLE targetDoc)
     const CloneNesting nesting;
     if (const Node *s = asNode(h); s != nullptr && copiesAlone(s, deep))
         return cloneAlone(h, targetDoc, meter, charging);
+    if (const Node *s = asNode(h); s != nullptr && copiesWithLeaves(h, s, deep))
+        return cloneWithLeaves(h, targetDoc, meter, charging);
     CloneStack stack;
     stack.push(h, deep != 0);
     // A sound source takes a few steps per object (its start, each child or
