@@ -4,13 +4,15 @@
 //
 // Every string the parser builds and every byte the serializer escapes
 // passes through here, so the copies move runs of ordinary bytes with
-// memcpy and look each byte up in a table once.
+// memcpy and find the bytes to replace sixteen at a time.
 #include "vqxml/store/dom_string.h"
 
 #include <array>
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+
+#include <emmintrin.h>
 
 #include "vqxml/store/area.h"
 #include "vqxml/store/error_list.h"
@@ -116,9 +118,65 @@ struct Escaped {
     int64_t written;  // bytes of it stored (a prefix)
 };
 
-// Escapes `src` into `out`, storing the first `room` bytes of the result
-// (none when room <= 0) and counting all of it.
-Escaped escape(std::string_view src, const EscapeTable &table, char *out, int64_t room) {
+// The bytes an escape set replaces, as template arguments: the scan looks
+// for them (and for the NUL that ends the text) sixteen bytes at a time.
+template <char... Special>
+struct StopBytes {
+    static constexpr std::array<bool, 256> table = [] {
+        std::array<bool, 256> t{};
+        t[0] = true;
+        ((t[static_cast<unsigned char>(Special)] = true), ...);
+        return t;
+    }();
+
+    // Index of the first NUL or replaced byte in s[from, cap), else cap.
+    // Reads nothing at or past cap.
+    static size_t next(const char *s, size_t from, size_t cap) {
+        size_t i = from;
+        while (cap - i >= 16) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
+            __m128i hit = _mm_cmpeq_epi8(v, _mm_setzero_si128());
+            ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Special)))), ...);
+            const auto mask = static_cast<unsigned>(_mm_movemask_epi8(hit));
+            if (mask != 0) return i + static_cast<size_t>(__builtin_ctz(mask));
+            i += 16;
+        }
+        while (i < cap && !table[static_cast<unsigned char>(s[i])]) ++i;
+        return i;
+    }
+};
+
+using QuotStops = StopBytes<'"'>;
+using TextStops = StopBytes<'"', '&', '\'', '<', '>'>;
+using AttrStops = StopBytes<'"', '&', '\'', '<', '>', '\t', '\n', '\r'>;
+using BackslashStops = StopBytes<'"', '&', '\'', '<', '>', '\\'>;
+
+// No entity is longer than this; a room of this many bytes per source byte
+// holds any escaped text.
+constexpr int64_t kLongestEntity = 6;
+
+// Escapes the DS text at `src` (which ends at its NUL or at `cap`, the end
+// of its block) into `out`, storing the first `room` bytes of the result
+// (none when room <= 0) and counting all of it. When the room holds the
+// worst case of the whole block the bytes go out unchecked; only a copy
+// that may reach the end of the room counts each run against it.
+template <typename Stops>
+Escaped escape(const char *src, size_t cap, const EscapeTable &table, char *out, int64_t room) {
+    size_t i = 0;
+    if (out != nullptr && room >= kLongestEntity * static_cast<int64_t>(cap)) {
+        char *w = out;
+        for (;;) {
+            const size_t stop = Stops::next(src, i, cap);
+            std::memcpy(w, src + i, stop - i);
+            w += stop - i;
+            if (stop == cap || src[stop] == '\0') break;
+            const std::string_view entity = table[static_cast<unsigned char>(src[stop])];
+            std::memcpy(w, entity.data(), entity.size());
+            w += entity.size();
+            i = stop + 1;
+        }
+        return {w - out, w - out};
+    }
     int64_t total = 0;
     int64_t left = out != nullptr && room > 0 ? room : 0;
     char *w = out;
@@ -130,22 +188,20 @@ Escaped escape(std::string_view src, const EscapeTable &table, char *out, int64_
         w += k;
         left -= static_cast<int64_t>(k);
     };
-    const char *p = src.data();
-    const char *const end = p + src.size();
-    while (p < end) {
-        const char *run = p;
-        while (p < end && table[static_cast<unsigned char>(*p)].empty()) ++p;
-        if (p != run) put(run, static_cast<size_t>(p - run));
-        if (p == end) break;
-        const std::string_view entity = table[static_cast<unsigned char>(*p)];
+    for (;;) {
+        const size_t stop = Stops::next(src, i, cap);
+        if (stop != i) put(src + i, stop - i);
+        if (stop == cap || src[stop] == '\0') break;
+        const std::string_view entity = table[static_cast<unsigned char>(src[stop])];
         put(entity.data(), entity.size());
-        ++p;
+        i = stop + 1;
     }
     return {total, w - out};
 }
 
 // Invalid DS in an escaping copy: nothing to write but, when `terminate`,
-// the terminator at the write position.
+// the terminator at the write position. (validHandle runs only for a
+// handle that failed the quick test, to record it.)
 int64_t terminateOnly(char **cursor, bool terminate) {
     if (terminate && cursor != nullptr && *cursor != nullptr) **cursor = '\0';
     return 0;
@@ -153,11 +209,12 @@ int64_t terminateOnly(char **cursor, bool terminate) {
 
 // The copy whose terminator goes right after the text, when the whole
 // text fits in the size - 1 bytes of room.
+template <typename Stops>
 int64_t copyTerminatedAfter(VQHANDLE ds, char **cursor, int64_t size, const EscapeTable &table) {
     // A negative size only measures, so it stores nothing at all.
-    if (!validHandle(ds)) return terminateOnly(cursor, size > 0);
+    if (!liveHandle(ds) && !validHandle(ds)) return terminateOnly(cursor, size > 0);
     char *start = cursor != nullptr ? *cursor : nullptr;
-    const Escaped r = escape(dsView(ds), table, start, size - 1);
+    const Escaped r = escape<Stops>(dsChars(ds), payloadCapacity(ds), table, start, size - 1);
     if (start == nullptr) return r.total;
     if (r.total < size) start[r.total] = '\0';
     *cursor = start + r.written;
@@ -166,11 +223,12 @@ int64_t copyTerminatedAfter(VQHANDLE ds, char **cursor, int64_t size, const Esca
 
 // The copy that always ends its size-byte buffer with a NUL, wherever the
 // text stops.
+template <typename Stops>
 int64_t copyTerminatedAtEnd(VQHANDLE ds, char **cursor, int64_t size, const EscapeTable &table) {
     // Any size but 0 terminates, as for VQDOM_cpyDS.
-    if (!validHandle(ds)) return terminateOnly(cursor, size != 0);
+    if (!liveHandle(ds) && !validHandle(ds)) return terminateOnly(cursor, size != 0);
     char *start = cursor != nullptr ? *cursor : nullptr;
-    const Escaped r = escape(dsView(ds), table, start, size - 1);
+    const Escaped r = escape<Stops>(dsChars(ds), payloadCapacity(ds), table, start, size - 1);
     if (start == nullptr) return r.total;
     if (size > 0) start[size - 1] = '\0';
     *cursor = start + r.written;
@@ -365,15 +423,15 @@ extern "C" int quotDS(VQHANDLE ds) {
 }
 
 extern "C" int64_t cpyDS_quot(VQHANDLE ds, char **cursor, int64_t size) {
-    return copyTerminatedAtEnd(ds, cursor, size, kQuotEscapes);
+    return copyTerminatedAtEnd<QuotStops>(ds, cursor, size, kQuotEscapes);
 }
 
 extern "C" int64_t printDS_ExpandRef(VQHANDLE ds, char **cursor, int64_t size) {
-    return copyTerminatedAfter(ds, cursor, size, kTextEscapes);
+    return copyTerminatedAfter<TextStops>(ds, cursor, size, kTextEscapes);
 }
 
 extern "C" int64_t printDS_ExpandRefAtt(VQHANDLE ds, char **cursor, int64_t size) {
-    return copyTerminatedAfter(ds, cursor, size, kAttrEscapes);
+    return copyTerminatedAfter<AttrStops>(ds, cursor, size, kAttrEscapes);
 }
 
 extern "C" int64_t VQDOM_cpyDS_ExpandRef(VQHANDLE ds, char *buffer, int64_t size) {
@@ -383,5 +441,5 @@ extern "C" int64_t VQDOM_cpyDS_ExpandRef(VQHANDLE ds, char *buffer, int64_t size
 
 extern "C" int64_t VQDOM_cpyDS_ExpandRef2(VQHANDLE ds, char *buffer, int64_t size) {
     char *cursor = buffer;
-    return copyTerminatedAtEnd(ds, &cursor, size, kBackslashEscapes);
+    return copyTerminatedAtEnd<BackslashStops>(ds, &cursor, size, kBackslashEscapes);
 }
