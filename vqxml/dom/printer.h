@@ -49,6 +49,49 @@ inline void *printableRecord(VQHANDLE h, int64_t bytes) {
     return header->blockSize - static_cast<int64_t>(sizeof(BlockHeader)) >= bytes ? p : nullptr;
 }
 
+// Payload bytes of the block whose payload starts at `p` (a multiple of 8).
+inline size_t blockCapacity(const char *p) {
+    return static_cast<size_t>(reinterpret_cast<const BlockHeader *>(p - sizeof(BlockHeader))->blockSize) -
+           sizeof(BlockHeader);
+}
+
+// Length of the text at `p` up to its NUL, at most `capacity` (a multiple
+// of 8, the payload of its block): names and short values end within the
+// first words, which are read whole without reading past the block.
+inline size_t textLength(const char *p, size_t capacity) {
+    constexpr uint64_t kLow = 0x0101010101010101u, kHigh = 0x8080808080808080u;
+    for (size_t i = 0; i < capacity && i < 32; i += 8) {
+        uint64_t w;
+        std::memcpy(&w, p + i, 8);
+        const uint64_t zero = (w - kLow) & ~w & kHigh;
+        if (zero != 0) return i + static_cast<size_t>(__builtin_ctzll(zero)) / 8;
+    }
+    return capacity <= 32 ? capacity : 32 + strnlen(p + 32, capacity - 32);
+}
+
+// Copies exactly `k` bytes; short copies without a call.
+inline void copyBytes(char *to, const char *from, size_t k) {
+    if (k > 16) {
+        std::memmove(to, from, k);
+    } else if (k >= 8) {
+        uint64_t a, b;
+        std::memcpy(&a, from, 8);
+        std::memcpy(&b, from + k - 8, 8);
+        std::memcpy(to, &a, 8);
+        std::memcpy(to + k - 8, &b, 8);
+    } else if (k >= 4) {
+        uint32_t a, b;
+        std::memcpy(&a, from, 4);
+        std::memcpy(&b, from + k - 4, 4);
+        std::memcpy(to, &a, 4);
+        std::memcpy(to + k - 4, &b, 4);
+    } else if (k > 0) {
+        to[0] = from[0];
+        to[k / 2] = from[k / 2];
+        to[k - 1] = from[k - 1];
+    }
+}
+
 // One print job: the caller's cursor, the capacity the outermost writer was
 // given, and the bytes counted so far. Every writer reports its full length,
 // so the capacity a nested writer receives is always the outer capacity less
@@ -56,7 +99,16 @@ inline void *printableRecord(VQHANDLE h, int64_t bytes) {
 // share a single target and no per-level state is needed.
 class PrintTarget {
 public:
-    PrintTarget(char **cursor, int64_t capacity) : cursor_(cursor), capacity_(capacity) {}
+    // The cursor is read here and written back when the job ends; in
+    // between the target keeps the position itself, so that the bytes it
+    // stores cannot be taken to change it.
+    PrintTarget(char **cursor, int64_t capacity)
+        : cursor_(cursor), pos_(cursor != nullptr ? *cursor : nullptr), capacity_(capacity) {}
+    ~PrintTarget() {
+        if (cursor_ != nullptr) *cursor_ = pos_;
+    }
+    PrintTarget(const PrintTarget &) = delete;
+    PrintTarget &operator=(const PrintTarget &) = delete;
 
     int64_t room() const { return capacity_ - counted_; }
     // The job's result; saturated so that "result >= size" still reads as
@@ -65,63 +117,83 @@ public:
         return counted_ > INT32_MAX ? INT32_MAX : static_cast<int32_t>(counted_);
     }
 
+    // The writers below read the target's fields before they store a byte
+    // and write them after, never in between.
+
     // A fixed literal: all of it when it fits, else nothing.
     void literal(const char *text, int64_t length) {
-        if (length > 0 && length <= room()) {
-            std::memcpy(*cursor_, text, static_cast<size_t>(length));
-            *cursor_ += length;
+        const int64_t counted = counted_;
+        char *w = pos_;
+        if (length > 0 && length <= capacity_ - counted) {
+            std::memcpy(w, text, static_cast<size_t>(length));
+            pos_ = w + length;
         }
-        counted_ += length;
+        counted_ = counted + length;
     }
     template <size_t N>
     void literal(const char (&text)[N]) { literal(text, static_cast<int64_t>(N - 1)); }
 
     // One byte, when there is any room.
     void character(char c) {
-        if (room() > 0) *(*cursor_)++ = c;
-        ++counted_;
+        const int64_t counted = counted_;
+        char *w = pos_;
+        if (capacity_ - counted > 0) {
+            *w = c;
+            pos_ = w + 1;
+        }
+        counted_ = counted + 1;
     }
 
-    // A DS copied unchanged. VQDOM_cpyDS may leave a cut copy behind; the
-    // cursor moves only when the whole piece and its NUL fitted, so a later
-    // piece overwrites the cut one.
-    void piece(VQHANDLE ds) {
+    // A DS copied unchanged, as VQDOM_cpyDS copies it: the text and its NUL
+    // when room is greater than the length, else room - 1 bytes and a NUL.
+    // The cursor moves only when the whole piece and its NUL fitted, so a
+    // later piece overwrites a cut one.
+    [[gnu::always_inline]] void piece(VQHANDLE ds) {
         if (!liveHandle(ds)) return;
-        const int64_t r = room();
-        const int64_t n = r > 0 ? VQDOM_cpyDS(ds, *cursor_, r) : VQDOM_lenDS(ds);
-        if (r > n) *cursor_ += n;
-        counted_ += n;
+        const char *text = static_cast<const char *>(payload(ds));
+        const auto n = static_cast<int64_t>(textLength(text, blockCapacity(text)));
+        const int64_t counted = counted_;
+        const int64_t r = capacity_ - counted;
+        char *w = pos_;
+        if (r > 0) {
+            const int64_t k = r > n ? n : r - 1;
+            copyBytes(w, text, static_cast<size_t>(k));
+            w[k] = '\0';
+            if (r > n) pos_ = w + n;
+        }
+        counted_ = counted + n;
     }
 
-    // Escaped copies; they move the cursor themselves. No room is passed as
-    // -1, which only measures.
+    // Escaped copies; they move the position themselves. No room is passed
+    // as -1, which only measures.
     void escaped(VQHANDLE ds) {
-        if (liveHandle(ds)) counted_ += printDS_ExpandRef(ds, cursor_, measureOr(room()));
+        if (liveHandle(ds)) counted_ += printDS_ExpandRef(ds, &pos_, measureOr(room()));
     }
     void escapedAttribute(VQHANDLE ds) {
-        if (liveHandle(ds)) counted_ += printDS_ExpandRefAtt(ds, cursor_, measureOr(room()));
+        if (liveHandle(ds)) counted_ += printDS_ExpandRefAtt(ds, &pos_, measureOr(room()));
     }
     // Only the double quote escaped. Without room the length is counted
     // here, since the copy writes its NUL at the end of the room it is given.
     void quoteEscaped(VQHANDLE ds) {
         if (!liveHandle(ds)) return;
         if (room() > 0) {
-            counted_ += cpyDS_quot(ds, cursor_, room());
+            counted_ += cpyDS_quot(ds, &pos_, room());
             return;
         }
         for (char c : dsView(ds)) counted_ += c == '"' ? 6 : 1;
     }
 
     // The NUL each node's output ends with when its capacity exceeds its
-    // length; the cursor stays on it.
+    // length; the position stays on it.
     void terminate() {
-        if (room() > 0) **cursor_ = '\0';
+        if (room() > 0) *pos_ = '\0';
     }
 
 private:
     static int64_t measureOr(int64_t r) { return r > 0 ? r : -1; }
 
     char **cursor_;
+    char *pos_;
     int64_t capacity_;
     int64_t counted_ = 0;
 };

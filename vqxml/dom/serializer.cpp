@@ -60,6 +60,15 @@ T *typed(VQHANDLE h, int type) {
     return r != nullptr && r->node.nodeType == type ? r : nullptr;
 }
 
+// The record behind an already resolved node head when its block is large
+// enough for a T and the node has the given type.
+template <typename T>
+const T *typedAt(const Node *n, int type) {
+    return n->nodeType == type && vqxml::blockCapacity(reinterpret_cast<const char *>(n)) >= sizeof(T)
+               ? reinterpret_cast<const T *>(n)
+               : nullptr;
+}
+
 template <typename T>
 T *aux(VQHANDLE h) {
     return static_cast<T *>(vqxml::printableRecord(h, sizeof(T)));
@@ -67,10 +76,11 @@ T *aux(VQHANDLE h) {
 
 // The child `h` of `parent` when it is a live node linked back to it; a
 // handle that fails ends the sibling walk it came from.
-VQHANDLE linkedChild(VQHANDLE parent, VQHANDLE h) {
+const Node *linkedNode(VQHANDLE parent, VQHANDLE h) {
     const Node *n = head(h);
-    return n != nullptr && n->parentNode == parent ? h : 0;
+    return n != nullptr && n->parentNode == parent ? n : nullptr;
 }
+VQHANDLE linkedChild(VQHANDLE parent, VQHANDLE h) { return linkedNode(parent, h) != nullptr ? h : 0; }
 
 // ---- construct writers -------------------------------------------------------
 
@@ -92,14 +102,12 @@ void writeEntityRef(PrintTarget &out, VQHANDLE reference) {
 // The value is rebuilt from the children rather than taken from the
 // normalised value string, so entity references written in the source
 // come out as references again.
-void writeAttValue(PrintTarget &out, VQHANDLE attribute) {
-    const Node *a = head(attribute);
-    if (a == nullptr) return;
+void writeAttValueAt(PrintTarget &out, VQHANDLE attribute, const Node *a) {
     out.character('"');
     vqxml::StepBound steps(attribute);
-    for (VQHANDLE c = linkedChild(attribute, a->firstChild); c != 0 && steps.take();
-         c = linkedChild(attribute, head(c)->nextSibling)) {
-        const Node *child = head(c);
+    const Node *child = nullptr;
+    for (VQHANDLE c = a->firstChild; (child = linkedNode(attribute, c)) != nullptr && steps.take();
+         c = child->nextSibling) {
         if (child->nodeType == kText) {
             out.escapedAttribute(child->nodeValue);
         } else if (child->nodeType == kEntityRef) {
@@ -109,11 +117,13 @@ void writeAttValue(PrintTarget &out, VQHANDLE attribute) {
     out.character('"');
 }
 
+void writeAttValue(PrintTarget &out, VQHANDLE attribute) {
+    if (const Node *a = head(attribute)) writeAttValueAt(out, attribute, a);
+}
+
 // Attributes copied from a DTD default (specified 0) are left out: reading
 // the text back brings them in again from the declaration.
-void writeAttributes(PrintTarget &out, VQHANDLE element) {
-    const Node *e = head(element);
-    if (e == nullptr) return;
+void writeAttributesAt(PrintTarget &out, VQHANDLE element, const Node *e) {
     const auto *map = aux<NamedNodeMap>(e->attributes);
     if (map == nullptr) return;
     vqxml::StepBound steps(element);
@@ -123,14 +133,18 @@ void writeAttributes(PrintTarget &out, VQHANDLE element) {
         const Node *a = head(h);
         if (a == nullptr) break;
         if (a->nodeType == kAttr) {
-            const Attr *attr = typed<Attr>(h, kAttr);
+            const Attr *attr = typedAt<Attr>(a, kAttr);
             if (attr == nullptr || attr->specified == 0) continue;
         }
         out.character(' ');
         out.piece(a->nodeName);
         out.character('=');
-        writeAttValue(out, h);
+        writeAttValueAt(out, h, a);
     }
+}
+
+void writeAttributes(PrintTarget &out, VQHANDLE element) {
+    if (const Node *e = head(element)) writeAttributesAt(out, element, e);
 }
 
 // A "]]>" in the data would end the section early, so the section is closed
@@ -372,13 +386,12 @@ void writeAttlistDecl(PrintTarget &out, VQHANDLE decl) {
 // Writes a node that has no children to print, or the opening part of an
 // element, document or document type whose children follow. Returns true in
 // the second case; the caller then walks the children and calls writeClose.
-bool writeOpen(PrintTarget &out, VQHANDLE h) {
-    const Node *n = head(h);
+bool writeOpen(PrintTarget &out, VQHANDLE h, const Node *n) {
     switch (n->nodeType) {
         case kElement:
             out.character('<');
             out.piece(n->nodeName);
-            writeAttributes(out, h);
+            writeAttributesAt(out, h, n);
             if (n->firstChild != 0) {
                 out.character('>');
                 return true;
@@ -387,7 +400,7 @@ bool writeOpen(PrintTarget &out, VQHANDLE h) {
             out.character('>');
             return false;
         case kText:
-            if (const Text *t = typed<Text>(h, kText); t != nullptr && t->rawXml != 0) {
+            if (const Text *t = typedAt<Text>(n, kText); t != nullptr && t->rawXml != 0) {
                 out.piece(n->nodeValue);  // already markup
             } else {
                 out.escaped(n->nodeValue);
@@ -411,7 +424,7 @@ bool writeOpen(PrintTarget &out, VQHANDLE h) {
             out.literal("-->");
             return false;
         case kDocument: {
-            const Document *d = typed<Document>(h, kDocument);
+            const Document *d = typedAt<Document>(n, kDocument);
             if (d == nullptr) return false;
             if (d->xmlDecl != 0) {
                 writeXmlDecl(out, d->xmlDecl);
@@ -420,7 +433,7 @@ bool writeOpen(PrintTarget &out, VQHANDLE h) {
             return true;
         }
         case kDocType: {
-            const DocumentType *d = typed<DocumentType>(h, kDocType);
+            const DocumentType *d = typedAt<DocumentType>(n, kDocType);
             if (d == nullptr) return false;
             out.literal("<!DOCTYPE ");
             out.piece(n->nodeName);
@@ -440,8 +453,7 @@ bool writeOpen(PrintTarget &out, VQHANDLE h) {
     }
 }
 
-void writeClose(PrintTarget &out, VQHANDLE h) {
-    const Node *n = head(h);
+void writeClose(PrintTarget &out, const Node *n) {
     if (n->nodeType == kElement) {
         out.literal("</");
         out.piece(n->nodeName);
@@ -451,17 +463,23 @@ void writeClose(PrintTarget &out, VQHANDLE h) {
     }
 }
 
-// The next child of container `parent` to print, starting at `h`, with the
-// separator that goes before it written; 0 when the walk ends. A document
-// separates its children by line breaks; a document type puts one before
-// each declaration and passes over references that have lost their name.
-VQHANDLE nextChild(PrintTarget &out, VQHANDLE parent, VQHANDLE h, bool first) {
-    const int parentType = head(parent)->nodeType;
-    vqxml::StepBound steps(parent);
+// A child of the node being walked: its handle and its record.
+struct Child {
+    VQHANDLE h = 0;
+    const Node *n = nullptr;
+};
+
+// The next child of container `parent` (record `p`) to print, starting at
+// `h`, with the separator that goes before it written; none when the walk
+// ends. A document separates its children by line breaks; a document type
+// puts one before each declaration and passes over references that have
+// lost their name.
+Child nextChild(PrintTarget &out, VQHANDLE parent, const Node *p, VQHANDLE h, bool first) {
+    const int parentType = p->nodeType;
+    int64_t budget = vqxml::walkBudget(parent);
     for (;;) {
-        h = steps.take() ? linkedChild(parent, h) : 0;
-        if (h == 0) return 0;
-        const Node *n = head(h);
+        const Node *n = budget-- > 0 ? linkedNode(parent, h) : nullptr;
+        if (n == nullptr) return {};
         if (parentType == kDocType) {
             if (n->nodeType == kEntityRef && !vqxml::liveHandle(n->nodeName)) {
                 h = n->nextSibling;
@@ -471,39 +489,45 @@ VQHANDLE nextChild(PrintTarget &out, VQHANDLE parent, VQHANDLE h, bool first) {
         } else if (parentType == kDocument && !first) {
             out.literal("\r\n");
         }
-        return h;
+        return {h, n};
     }
 }
 
 // The walk behind printNodeEx. `terminateRoot` is false only for
 // printDocumentType, which ends without the NUL that printNodeEx adds.
+// Nothing is allocated while printing, so the records found stay put.
 void walk(PrintTarget &out, VQHANDLE root, bool terminateRoot) {
-    if (head(root) == nullptr) return;
+    const Node *n = head(root);
+    if (n == nullptr) return;
     vqxml::StepBound steps(root, 2);
     VQHANDLE h = root;
     for (;;) {
-        if (writeOpen(out, h)) {
-            const VQHANDLE child = nextChild(out, h, head(h)->firstChild, true);
-            if (child != 0) {
+        if (writeOpen(out, h, n)) {
+            const Child child = nextChild(out, h, n, n->firstChild, true);
+            if (child.h != 0) {
                 if (!steps.take()) return;
-                h = child;
+                h = child.h;
+                n = child.n;
                 continue;
             }
-            writeClose(out, h);
+            writeClose(out, n);
         }
         if (h != root || terminateRoot) out.terminate();
         // h is written: go on with its next sibling, closing every container
         // whose last child this was.
         for (;;) {
             if (h == root || !steps.take()) return;
-            const VQHANDLE parent = head(h)->parentNode;
-            const VQHANDLE next = nextChild(out, parent, head(h)->nextSibling, false);
-            if (next != 0) {
-                h = next;
+            const VQHANDLE parent = n->parentNode;
+            const Node *p = head(parent);
+            const Child next = nextChild(out, parent, p, n->nextSibling, false);
+            if (next.h != 0) {
+                h = next.h;
+                n = next.n;
                 break;
             }
             h = parent;
-            writeClose(out, h);
+            n = p;
+            writeClose(out, n);
             if (h != root || terminateRoot) out.terminate();
         }
     }
