@@ -1,6 +1,7 @@
 // dom_string_test.cpp - DOM strings: edits and clones under a kept handle,
 // offsets, invalid handles, allocation failures, trimming, and the escaping
 // copies at the exact edges of the caller's buffer.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -221,6 +222,64 @@ TEST_F(DomStringTest, QuotAndExpandRef2TerminateAtTheBufferEnd) {
     EXPECT_EQ(buf[31], '\0');
     EXPECT_EQ(VQDOM_cpyDS_ExpandRef2(path, reset(), 4), 11);  // inside the doubled backslash
     EXPECT_EQ(std::string(buf, 5), std::string("C:\\\0x", 5));
+}
+
+// Every size from "measure only" to far more than the worst case, for texts
+// whose bytes to replace sit at the edges of 16-byte runs: each copy stores
+// exactly the prefix of the escaped text that its room holds, its NUL where
+// its rule puts it, and nothing else.
+TEST_F(DomStringTest, EscapingCopiesAgreeWithTheByteRuleAtEverySize) {
+    const std::string texts[] = {"abcdefghijklmno<", "abcdefghijklmnop&q",
+                                 "\"bcdefghijklmno\t\npqrstuvwxyzABCD'\\EFGHIJKLMNOPQRSTUVWXYZ0123>",
+                                 std::string(47, 'z') + "&"};
+    const char *base = "\"&'<>";
+    struct Copy {
+        const char *name, *escaped;  // the bytes replaced, besides the base set
+        bool nulAtEnd;               // NUL in the last byte rather than after the text
+        bool moves;                  // advances the cursor
+        int64_t (*copy)(VQHANDLE, char **, int64_t);
+    } copies[] = {
+        {"quot", "", true, true, cpyDS_quot},
+        {"text", base, false, true, printDS_ExpandRef},
+        {"attribute", "\"&'<>\t\n\r", false, true, printDS_ExpandRefAtt},
+        {"backslash", "\"&'<>\\", true, false,
+         [](VQHANDLE h, char **c, int64_t n) { return VQDOM_cpyDS_ExpandRef2(h, *c, n); }},
+    };
+    auto entity = [](char c) -> std::string {
+        switch (c) {
+            case '"': return "&quot;";
+            case '&': return "&amp;";
+            case '\'': return "&apos;";
+            case '<': return "&lt;";
+            case '>': return "&gt;";
+            case '\t': return "&#9;";
+            case '\n': return "&#10;";
+            case '\r': return "&#13;";
+            default: return "\\\\";
+        }
+    };
+    for (const std::string &text : texts) {
+        const VQHANDLE h = ds(doc, text.c_str());
+        for (const Copy &c : copies) {
+            std::string full;
+            for (char ch : text) {
+                const bool replaced = ch == '"' || std::strchr(c.escaped, ch) != nullptr;
+                full += replaced ? entity(ch) : std::string(1, ch);
+            }
+            const auto total = static_cast<int64_t>(full.size());
+            for (int64_t size = -2; size <= 6 * total + 16; ++size) {
+                std::string out(static_cast<size_t>(6 * total + 32), '~');
+                char *at = out.data();
+                ASSERT_EQ(c.copy(h, &at, size), total) << c.name << " " << text << " " << size;
+                std::string want(out.size(), '~');
+                const int64_t stored = std::min(std::max<int64_t>(size - 1, 0), total);
+                want.replace(0, static_cast<size_t>(stored), full, 0, static_cast<size_t>(stored));
+                if (c.nulAtEnd ? size > 0 : size > total) want[static_cast<size_t>(c.nulAtEnd ? size - 1 : total)] = '\0';
+                ASSERT_EQ(out, want) << c.name << " " << text << " " << size;
+                ASSERT_EQ(at, out.data() + (c.moves ? stored : 0));
+            }
+        }
+    }
 }
 
 // An invalid string writes at most a NUL at the write position: the copies
