@@ -41,8 +41,12 @@ VQHANDLE startClone(VQHANDLE source, VQHANDLE targetDoc) {
     const VQHANDLE clone = allocNode(targetDoc, type, VQDOM_cloneDS(targetDoc, s->nodeName));
     if (clone == 0) return 0;
     s = asNode(source);
-    if (s->nodeValue != 0 && type != VQXML_ATTRIBUTE_NODE)
-        VQDOM_setNodeValue(clone, VQDOM_cloneDS(targetDoc, asNode(source)->nodeValue));
+    if (s->nodeValue != 0 && type != VQXML_ATTRIBUTE_NODE) {
+        // The clone is fresh, without a value, and of the value's document:
+        // setting the value could only store it.
+        const VQHANDLE value = VQDOM_cloneDS(targetDoc, asNode(source)->nodeValue);
+        if (value != 0) node(clone)->nodeValue = value;
+    }
     if (asNode(source)->attributes != 0) {
         const VQHANDLE map = createNamedNodeMap(clone);
         asNode(clone)->attributes = map;
