@@ -185,6 +185,15 @@ TEST_F(LibraryTest, AttributeDefaultsAndDeclaredTypes) {
                    "<!ATTLIST " + l + " " + l + " NMTOKEN #IMPLIED>]><a bc=' 1 ' x=' 2 '><ab c=' 3 ' x=' 4 '/>"
                    "<a bc=' 5 ' x=' 6 '/><" + l + " " + l + "=' 7 '/><ab " + l + "=' 8 '/></a>"),
               "a[bc=\"1\" x=\"2\"](ab[c=\" 3 \" x=\" 4 \"],a[bc=\"5\" x=\"6\"]," + l + "[" + l + "=\"7\"],ab[" + l + "=\" 8 \"])");
+    // Many pairs: each still gets its own type.
+    std::string decls, given, folded;
+    for (int i = 0; i < 200; ++i) {
+        const std::string n = "n" + std::to_string(i);
+        decls += " " + n + (i % 2 != 0 ? " NMTOKEN" : " CDATA") + " #IMPLIED";
+        given += " " + n + "=' v '";
+        folded += std::string(i == 0 ? "" : " ") + n + (i % 2 != 0 ? "=\"v\"" : "=\" v \"");
+    }
+    EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a" + decls + ">]><a" + given + "/>"), "a[" + folded + "]");
     // Every declared type but CDATA folds blanks; tabs and line ends were
     // already blanks.
     EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a e (p|q) #IMPLIED i ID #IMPLIED n ENTITY #IMPLIED>]>"

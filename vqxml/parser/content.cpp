@@ -42,22 +42,32 @@ public:
     AttributeNames(const AttributeNames &) = delete;
     AttributeNames &operator=(const AttributeNames &) = delete;
 
-    // Records that `item` holds the attribute named `name` (replacing an
-    // earlier item of that name).
-    void add(std::string_view name, VQHANDLE item) {
+    // FNV-1a with its bits mixed (names that differ in their last digits
+    // must not crowd one stretch of the table); never 0.
+    static uint64_t hash(std::string_view name) {
+        uint64_t h = 14695981039346656037u;
+        for (unsigned char c : name) h = (h ^ c) * 1099511628211u;
+        h ^= h >> 33;
+        h *= 0xff51afd7ed558ccdu;
+        h ^= h >> 33;
+        return h | 1;
+    }
+
+    // Records that `item` holds the attribute named `name`, whose hash is
+    // `h` (replacing an earlier item of that name).
+    void add(std::string_view name, uint64_t h, VQHANDLE item) {
         if (saturated_) return;
         if (2 * (count_ + 1) > capacity_ && !grow()) {
             saturated_ = true;
             return;
         }
-        insert(hash(name), item, name);
+        insert(h, item, name);
     }
-    // The item holding the attribute named `name`; with kYes, `slot` is
-    // where the table keeps it.
-    Seen find(std::string_view name, VQHANDLE *item, size_t *slot) const {
+    // The item holding the attribute named `name`, whose hash is `h`; with
+    // kYes, `slot` is where the table keeps it.
+    Seen find(std::string_view name, uint64_t h, VQHANDLE *item, size_t *slot) const {
         if (saturated_) return kUnknown;
         if (capacity_ == 0) return kNo;
-        const uint64_t h = hash(name);
         for (size_t i = h & (capacity_ - 1); slots_[i].hash != 0; i = (i + 1) & (capacity_ - 1)) {
             if (slots_[i].hash == h && nameOf(slots_[i].item) == name) {
                 *item = slots_[i].item;
@@ -76,16 +86,6 @@ private:
         uint64_t hash;  // 0 = empty
         VQHANDLE item;
     };
-    // FNV-1a with its bits mixed (names that differ in their last digits
-    // must not crowd one stretch of the table); never 0.
-    static uint64_t hash(std::string_view name) {
-        uint64_t h = 14695981039346656037u;
-        for (unsigned char c : name) h = (h ^ c) * 1099511628211u;
-        h ^= h >> 33;
-        h *= 0xff51afd7ed558ccdu;
-        h ^= h >> 33;
-        return h | 1;
-    }
     static std::string_view nameOf(VQHANDLE item) {
         if (vqxml::liveNode(item, sizeof(ListItem)) == nullptr) return {};
         const Node *a = vqxml::typedNode(rec<ListItem>(item)->node);
@@ -134,31 +134,40 @@ private:
 
 // The attribute definitions looked up for the attributes read, by element
 // and attribute name. Declarations do not change while content is read, so
-// a pair keeps the answer of its first lookup; a pair whose names do not fit
-// a slot is looked up every time.
+// a pair keeps the answer of its first lookup. Pairs whose names do not fit
+// an entry, and pairs met once the table is three quarters full, are looked
+// up every time.
 class AttDefCache {
 public:
-    VQHANDLE find(VQHANDLE doctype, VQHANDLE elementName, VQHANDLE attributeName) {
+    // The names' hashes are AttributeNames::hash of each.
+    VQHANDLE find(VQHANDLE doctype, VQHANDLE elementName, uint64_t elementHash, VQHANDLE attributeName,
+                  uint64_t attributeHash) {
         const std::string_view element = vqxml::dsView(elementName);
         const std::string_view attribute = vqxml::dsView(attributeName);
-        const size_t length = element.size() + attribute.size();
-        if (length > sizeof(Entry::names)) return findAttDefDS(doctype, elementName, attributeName);
-        uint64_t h = 14695981039346656037u;
-        for (unsigned char c : element) h = (h ^ c) * 1099511628211u;
-        h = (h ^ 0xff) * 1099511628211u;  // no byte of a name
-        for (unsigned char c : attribute) h = (h ^ c) * 1099511628211u;
-        h |= 1;
-        Entry &e = entries_[(h ^ (h >> 29)) & (kEntries - 1)];
-        if (e.hash == h && e.elementLength == element.size() && e.attributeLength == attribute.size() &&
-            std::memcmp(e.names, element.data(), element.size()) == 0 &&
-            std::memcmp(e.names + element.size(), attribute.data(), attribute.size()) == 0)
-            return e.definition;
+        if (element.size() + attribute.size() > sizeof(Entry::names))
+            return findAttDefDS(doctype, elementName, attributeName);
+        const uint64_t h = (elementHash ^ (attributeHash * 0x9e3779b97f4a7c15u)) | 1;
+        size_t i = (h ^ (h >> 29)) & (kEntries - 1);
+        for (; entries_[i].hash != 0; i = (i + 1) & (kEntries - 1)) {
+            const Entry &e = entries_[i];
+            if (e.hash == h && e.elementLength == element.size() && e.attributeLength == attribute.size() &&
+                std::memcmp(e.names, element.data(), element.size()) == 0 &&
+                std::memcmp(e.names + element.size(), attribute.data(), attribute.size()) == 0)
+                return e.definition;
+        }
         const VQHANDLE found = findAttDefDS(doctype, elementName, attributeName);
+        if (4 * (count_ + 1) > 3 * kEntries) return found;
+        ++count_;
+        Entry &e = entries_[i];
         e.hash = h;
         e.elementLength = static_cast<uint8_t>(element.size());
         e.attributeLength = static_cast<uint8_t>(attribute.size());
-        if (!element.empty()) std::memcpy(e.names, element.data(), element.size());
-        if (!attribute.empty()) std::memcpy(e.names + element.size(), attribute.data(), attribute.size());
+        // The names are read again: nothing may keep a pointer into the
+        // area across a call that could allocate there.
+        const std::string_view elementNow = vqxml::dsView(elementName);
+        const std::string_view attributeNow = vqxml::dsView(attributeName);
+        if (!elementNow.empty()) std::memcpy(e.names, elementNow.data(), elementNow.size());
+        if (!attributeNow.empty()) std::memcpy(e.names + elementNow.size(), attributeNow.data(), attributeNow.size());
         e.definition = found;
         return found;
     }
@@ -171,8 +180,9 @@ private:
         uint8_t attributeLength;
         char names[50];
     };
-    static constexpr size_t kEntries = 64;
+    static constexpr size_t kEntries = 128;
     Entry entries_[kEntries] = {};
+    size_t count_ = 0;
 };
 
 // Takes a replaced attribute out of its element's map, its item being
@@ -229,6 +239,7 @@ private:
     // attribute: the store's name indexes answer while the parser runs.
     vqxml::MapIndexScope indexes_;
     AttDefCache attDefs_;
+    uint64_t elementHash_ = 0;  // of the name of the element being started
 };
 
 VQHANDLE ContentParser::element() {
@@ -245,7 +256,9 @@ VQHANDLE ContentParser::element() {
 VQHANDLE ContentParser::startTag(bool &empty) {
     step(s_);
     if (!checkNameStart(s_)) return 0;
-    const VQHANDLE name = nameDS(s_, names_);
+    const std::string_view nameText = readName(s_, names_);
+    if (doctype_ != 0) elementHash_ = AttributeNames::hash(nameText);
+    const VQHANDLE name = vqxml::createDSView(doc_, nameText);
     const VQHANDLE el = name != 0 ? vqxml::createElementBare(doc_, name) : 0;
     if (el == 0) return 0;
     // Without a document type there are no defaults to look for.
@@ -262,7 +275,10 @@ VQHANDLE ContentParser::startTag(bool &empty) {
     if (const auto *map = reinterpret_cast<const NamedNodeMap *>(vqxml::liveNode(mapHandle, sizeof(NamedNodeMap)))) {
         for (VQHANDLE it = map->firstItem; vqxml::liveNode(it, sizeof(ListItem)) != nullptr;
              it = rec<ListItem>(it)->nextItem)
-            if (const Node *a = vqxml::typedNode(rec<ListItem>(it)->node)) seen.add(vqxml::dsView(a->nodeName), it);
+            if (const Node *a = vqxml::typedNode(rec<ListItem>(it)->node)) {
+                const std::string_view given = vqxml::dsView(a->nodeName);
+                seen.add(given, AttributeNames::hash(given), it);
+            }
     }
     // Each attribute must follow a space; whatever is not a name start ends
     // the list.
@@ -293,7 +309,11 @@ VQHANDLE ContentParser::startTag(bool &empty) {
 }
 
 bool ContentParser::attribute(VQHANDLE el, AttributeNames &seen) {
-    const VQHANDLE name = nameDS(s_, names_);
+    // The name's hash serves both the definition lookup and the table of
+    // names.
+    const std::string_view nameText = readName(s_, names_);
+    const uint64_t nameHash = AttributeNames::hash(nameText);
+    const VQHANDLE name = vqxml::createDSView(doc_, nameText);
     const VQHANDLE attr = name != 0 ? VQDOM_createAttribute(doc_, name) : 0;
     if (attr == 0) return false;
     rec<Attr>(attr)->specified = 1;
@@ -312,13 +332,13 @@ bool ContentParser::attribute(VQHANDLE el, AttributeNames &seen) {
         return false;
     }
     VQHANDLE attDef = 0;
-    if (doctype_ != 0) attDef = attDefs_.find(doctype_, node(el)->nodeName, attrName);
+    if (doctype_ != 0) attDef = attDefs_.find(doctype_, node(el)->nodeName, elementHash_, attrName, nameHash);
     if (attributeValue(s_, attr, attDef, valueBuffer_, names_) == 0) return false;
     // A repeated name replaces the earlier value.
     const std::string_view text = vqxml::dsView(attrName);
     VQHANDLE earlier = 0;
     size_t slot = 0;
-    const AttributeNames::Seen known = seen.find(text, &earlier, &slot);
+    const AttributeNames::Seen known = seen.find(text, nameHash, &earlier, &slot);
     if (known == AttributeNames::kUnknown) {
         if (const VQHANDLE displaced = VQDOM_setAttributeNode(el, attr); displaced != 0) VQDOM_deleteNode(displaced);
         return true;
@@ -332,7 +352,7 @@ bool ContentParser::attribute(VQHANDLE el, AttributeNames &seen) {
         seen.replace(slot, item);
         dropReplaced(map, earlier);
     } else {
-        seen.add(vqxml::dsView(node(attr)->nodeName), item);
+        seen.add(vqxml::dsView(node(attr)->nodeName), nameHash, item);
     }
     return true;
 }
