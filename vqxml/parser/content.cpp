@@ -53,9 +53,10 @@ public:
         return h | 1;
     }
 
-    // Records that `item` holds the attribute named `name`, whose hash is
-    // `h` (replacing an earlier item of that name).
-    void add(std::string_view name, uint64_t h, VQHANDLE item) {
+    // Records that `item` holds the attribute named by the string `name`,
+    // whose hash is `h` (replacing an earlier item of that name). Names are
+    // compared only when their hashes are equal.
+    void add(VQHANDLE name, uint64_t h, VQHANDLE item) {
         if (saturated_) return;
         if (2 * (count_ + 1) > capacity_ && !grow()) {
             saturated_ = true;
@@ -63,13 +64,13 @@ public:
         }
         insert(h, item, name);
     }
-    // The item holding the attribute named `name`, whose hash is `h`; with
-    // kYes, `slot` is where the table keeps it.
-    Seen find(std::string_view name, uint64_t h, VQHANDLE *item, size_t *slot) const {
+    // The item holding the attribute named by the string `name`, whose hash
+    // is `h`; with kYes, `slot` is where the table keeps it.
+    Seen find(VQHANDLE name, uint64_t h, VQHANDLE *item, size_t *slot) const {
         if (saturated_) return kUnknown;
         if (capacity_ == 0) return kNo;
         for (size_t i = h & (capacity_ - 1); slots_[i].hash != 0; i = (i + 1) & (capacity_ - 1)) {
-            if (slots_[i].hash == h && nameOf(slots_[i].item) == name) {
+            if (slots_[i].hash == h && nameOf(slots_[i].item) == vqxml::dsView(name)) {
                 *item = slots_[i].item;
                 *slot = i;
                 return kYes;
@@ -91,9 +92,9 @@ private:
         const Node *a = vqxml::typedNode(rec<ListItem>(item)->node);
         return a != nullptr ? vqxml::dsView(a->nodeName) : std::string_view();
     }
-    void insert(uint64_t h, VQHANDLE item, std::string_view name) {
+    void insert(uint64_t h, VQHANDLE item, VQHANDLE name) {
         size_t i = h & (capacity_ - 1);
-        while (slots_[i].hash != 0 && !(slots_[i].hash == h && nameOf(slots_[i].item) == name))
+        while (slots_[i].hash != 0 && !(slots_[i].hash == h && nameOf(slots_[i].item) == vqxml::dsView(name)))
             i = (i + 1) & (capacity_ - 1);
         if (slots_[i].hash == 0) ++count_;
         slots_[i] = {h, item};
@@ -276,8 +277,7 @@ VQHANDLE ContentParser::startTag(bool &empty) {
         for (VQHANDLE it = map->firstItem; vqxml::liveNode(it, sizeof(ListItem)) != nullptr;
              it = rec<ListItem>(it)->nextItem)
             if (const Node *a = vqxml::typedNode(rec<ListItem>(it)->node)) {
-                const std::string_view given = vqxml::dsView(a->nodeName);
-                seen.add(given, AttributeNames::hash(given), it);
+                seen.add(a->nodeName, AttributeNames::hash(vqxml::dsView(a->nodeName)), it);
             }
     }
     // Each attribute must follow a space; whatever is not a name start ends
@@ -335,10 +335,9 @@ bool ContentParser::attribute(VQHANDLE el, AttributeNames &seen) {
     if (doctype_ != 0) attDef = attDefs_.find(doctype_, node(el)->nodeName, elementHash_, attrName, nameHash);
     if (attributeValue(s_, attr, attDef, valueBuffer_, names_) == 0) return false;
     // A repeated name replaces the earlier value.
-    const std::string_view text = vqxml::dsView(attrName);
     VQHANDLE earlier = 0;
     size_t slot = 0;
-    const AttributeNames::Seen known = seen.find(text, nameHash, &earlier, &slot);
+    const AttributeNames::Seen known = seen.find(attrName, nameHash, &earlier, &slot);
     if (known == AttributeNames::kUnknown) {
         if (const VQHANDLE displaced = VQDOM_setAttributeNode(el, attr); displaced != 0) VQDOM_deleteNode(displaced);
         return true;
@@ -352,7 +351,7 @@ bool ContentParser::attribute(VQHANDLE el, AttributeNames &seen) {
         seen.replace(slot, item);
         dropReplaced(map, earlier);
     } else {
-        seen.add(vqxml::dsView(node(attr)->nodeName), nameHash, item);
+        seen.add(node(attr)->nodeName, nameHash, item);
     }
     return true;
 }
