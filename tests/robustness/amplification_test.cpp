@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "robustness/helpers.h"
+#include "vqxml/store/area.h"
 #include "vqxml/store/codes.h"
 
 using robust::liveAreas;
@@ -69,6 +70,19 @@ TEST_F(LibraryTest, CopiesBeyondTheBudgetAreRefused) {
         SCOPED_TRACE(c.what);
         expectRefused(c.text, c.line);
     }
+}
+
+TEST_F(LibraryTest, AFragmentOverTheBudgetLeavesItsHostAsItWas) {
+    // The refused parse of a document lets its area go as a whole; a
+    // fragment lives in its host's area, so what it made is deleted.
+    const VQHANDLE host = VQXML_parse(("<!DOCTYPE r [<!ENTITY a '" + std::string(100000, 'x') + "'>]><r/>").c_str());
+    ASSERT_NE(host, 0u);
+    const int32_t objects = docHead[host & 255]->dbgHandles;
+    EXPECT_EQ(VQXML_parseFragment(host, ("<b/>" + repeat("&a;", 200)).c_str()), 0u);
+    EXPECT_EQ(vqtest::drainErrors().back().code, kExpansionTooLarge);
+    EXPECT_EQ(docHead[host & 255]->dbgHandles, objects);
+    VQDOM_deleteNode(host);
+    EXPECT_EQ(liveAreas(), 0);
 }
 
 TEST_F(LibraryTest, ParameterEntityTextIsBoundedPerParse) {

@@ -294,6 +294,20 @@ using namespace vqxml;
 
 extern "C" void VQDOM_deleteNode(VQHANDLE root) {
     if (!deletable(root)) return;
+    // A parse refused for its copies fails, and the area of the document it
+    // was building goes as a whole: what it deletes on the way out is only
+    // unlinked, and the document node takes the area along. (The end is
+    // the one the node-by-node deletion reaches; with the trace at level 2
+    // the frees are shown one by one as before.)
+    if (const CloneMeter *m = cloneMeter; m != nullptr && m->spent && m->discardArea == static_cast<int32_t>(root & 255) &&
+                                          !traceOn(2)) {
+        if (typeOf(root) == VQXML_DOCUMENT_NODE) {
+            VQXML_deleteDocumentArea(root);
+        } else {
+            removeNode(root);
+        }
+        return;
+    }
     if (typeOf(root) == VQXML_DOCUMENT_NODE && !traceOn(2)) {
         // Nothing has been made, freed or relinked in any area since the
         // parser built this document: its area holds the parser's tree and

@@ -129,9 +129,13 @@ bool isAncestorOrSelf(VQHANDLE node, VQHANDLE holder);
 // each step of an outermost copy adds to the target area against `left`;
 // once that is spent the copy stops, deletes what it had made and returns
 // 0, and so does every later copy until the meter is removed.
+// `discardArea`, when set, is the number of an area that goes as a whole
+// once the meter is spent (the parse building it then fails): deleting a
+// node there only unlinks it, and its document node takes the area along.
 struct CloneMeter {
     int64_t left;
     bool spent;
+    int32_t discardArea;
 };
 extern CloneMeter *cloneMeter;
 

@@ -27,7 +27,7 @@ ParseBudget::ParseBudget(const char *text)
       outerMeter_(cloneMeter),
       limit_(kCopyAllowance + kCopyPerInputByte * static_cast<int64_t>(text != nullptr ? std::strlen(text) : 0)),
       failuresAtStart_(allocationFailures()) {
-    meter_ = CloneMeter{limit_, false};
+    meter_ = CloneMeter{limit_, false, 0};
     cloneMeter = &meter_;
     entityText_.allowFor((limit_ - kCopyAllowance) / kCopyPerInputByte);  // the input's length
     active_ = this;

@@ -585,9 +585,10 @@ using namespace vqxml;
 extern "C" VQHANDLE VQXML_parse(const char *text) {
     VQXML_resetErrorList();
     if (text == nullptr) text = "";
-    const vqxml::ParseBudget budget(text);
+    vqxml::ParseBudget budget(text);
     const VQHANDLE doc = VQDOM_createDocument();
     if (doc == 0) return 0;
+    budget.discardOnRefusal(doc);
     Source *s = allocSource(const_cast<char *>(text), 0, doc);
     if (s == nullptr) {
         VQDOM_deleteNode(doc);
@@ -625,7 +626,9 @@ extern "C" VQHANDLE VQXML_parse(const char *text) {
     }
     // Memory that ran out on the way may have cost a part of the document
     // (a reference read as text, a default left out): no partial result.
-    if (budget.memoryFailed()) return fail();
+    // (Copies over the budget fail their construct, and with it the parse;
+    // what was deleted on the way was only unlinked.)
+    if (budget.memoryFailed() || budget.spent(s)) return fail();
     deleteSource(s);
     vqxml::documentBuilt(doc);
     return doc;

@@ -169,6 +169,9 @@ public:
     // True, with 1001945 recorded at the source's line the first time, when
     // the copies made so far have spent the budget.
     bool spent(Source *source);
+    // `doc` is the parse's own document, which goes as a whole when its
+    // copies spend the budget.
+    void discardOnRefusal(VQHANDLE doc) { meter_.discardArea = static_cast<int32_t>(doc & 255); }
     // The budget of the parse in progress, or null.
     static ParseBudget *active() { return active_; }
     // Whether an allocation failed (and was recorded) since the budget
