@@ -461,6 +461,9 @@ namespace {
 // expansion starts at the (possibly moved) cursor of `s`.
 Source *handOn(Source *s) {
     for (;;) {
+        // A reference, and so any expansion, starts with "%" or "&".
+        const char first = *s->cursor;
+        if (first != '%' && first != '&') return nullptr;
         Expansion *x = s->expansions;
         if (x == nullptr || x->start != s->cursor) x = expansionAt(s, s->cursor);
         if (x == nullptr) x = checkEntity(s, s->cursor);
@@ -502,7 +505,7 @@ extern "C" int getNextCh(Source *source) {
         }
         chain.depth = k;
         s = chain.level[k];
-    } else {
+    } else if (chain.top != source || chain.depth != 0 || chain.doctype != source->doctype) {
         chain.top = source;
         chain.doctype = source->doctype;
         chain.depth = 0;
