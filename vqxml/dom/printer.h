@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include <emmintrin.h>
+
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/vqxml.h"
@@ -67,6 +69,26 @@ inline size_t textLength(const char *p, size_t capacity) {
         if (zero != 0) return i + static_cast<size_t>(__builtin_ctzll(zero)) / 8;
     }
     return capacity <= 32 ? capacity : 32 + strnlen(p + 32, capacity - 32);
+}
+
+// The length of a text of at most 32 bytes that holds none of the bytes
+// `Special`, else -1 (also for longer texts and for a block without NUL).
+// Reads eight bytes at a time and nothing past the block.
+template <char... Special>
+inline int64_t plainShortLength(const char *p, size_t capacity) {
+    for (size_t i = 0; i < capacity && i < 32; i += 8) {
+        const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + i));
+        const auto nul = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128()))) & 0xFFu;
+        __m128i hit = _mm_setzero_si128();
+        ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Special)))), ...);
+        const auto special = static_cast<unsigned>(_mm_movemask_epi8(hit));
+        if (nul != 0) {
+            const unsigned end = static_cast<unsigned>(__builtin_ctz(nul));
+            return (special & ((1u << end) - 1u)) == 0 ? static_cast<int64_t>(i + end) : -1;
+        }
+        if ((special & 0xFFu) != 0) return -1;
+    }
+    return -1;
 }
 
 // Copies exactly `k` bytes; short copies without a call.
@@ -165,12 +187,13 @@ public:
     }
 
     // Escaped copies; they move the position themselves. No room is passed
-    // as -1, which only measures.
+    // as -1, which only measures. A short text with nothing to replace that
+    // fits with its NUL is the plain copy, made here without the call.
     void escaped(VQHANDLE ds) {
-        if (liveHandle(ds)) counted_ += printDS_ExpandRef(ds, &pos_, measureOr(room()));
+        escapedWith<'"', '&', '\'', '<', '>'>(ds, printDS_ExpandRef);
     }
     void escapedAttribute(VQHANDLE ds) {
-        if (liveHandle(ds)) counted_ += printDS_ExpandRefAtt(ds, &pos_, measureOr(room()));
+        escapedWith<'"', '&', '\'', '<', '>', '\t', '\n', '\r'>(ds, printDS_ExpandRefAtt);
     }
     // Only the double quote escaped. Without room the length is counted
     // here, since the copy writes its NUL at the end of the room it is given.
@@ -190,6 +213,23 @@ public:
     }
 
 private:
+    template <char... Special>
+    void escapedWith(VQHANDLE ds, int64_t (*copy)(VQHANDLE, char **, int64_t)) {
+        if (!liveHandle(ds)) return;
+        const char *text = static_cast<const char *>(payload(ds));
+        const int64_t n = plainShortLength<Special...>(text, blockCapacity(text));
+        const int64_t counted = counted_;
+        if (n >= 0 && capacity_ - counted > n) {
+            char *w = pos_;
+            copyBytes(w, text, static_cast<size_t>(n));
+            w[n] = '\0';
+            pos_ = w + n;
+            counted_ = counted + n;
+            return;
+        }
+        counted_ = counted + copy(ds, &pos_, measureOr(capacity_ - counted));
+    }
+
     static int64_t measureOr(int64_t r) { return r > 0 ? r : -1; }
 
     char **cursor_;
