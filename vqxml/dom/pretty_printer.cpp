@@ -39,9 +39,9 @@ Node *head(VQHANDLE h) {
     return static_cast<Node *>(vqxml::printableRecord(h, sizeof(Node)));
 }
 
-VQHANDLE linkedChild(VQHANDLE parent, VQHANDLE h) {
+const Node *linkedNode(VQHANDLE parent, VQHANDLE h) {
     const Node *n = head(h);
-    return n != nullptr && n->parentNode == parent ? h : 0;
+    return n != nullptr && n->parentNode == parent ? n : nullptr;
 }
 
 void writeIndent(PrintTarget &out, int64_t indent) {
@@ -50,14 +50,13 @@ void writeIndent(PrintTarget &out, int64_t indent) {
 }
 
 // The start tag; true when the element has children to follow.
-bool writeStartTag(PrintTarget &out, VQHANDLE element, int64_t indent) {
+bool writeStartTag(PrintTarget &out, VQHANDLE element, const Node *e, int64_t indent) {
     if (indent != 0) out.literal("\r\n");
     writeIndent(out, indent);
-    const Node *e = head(element);
     out.character('<');
     out.piece(e->nodeName);
     vqxml::serializeAttributes(out, element);
-    if (head(element)->firstChild != 0) {
+    if (e->firstChild != 0) {
         out.character('>');
         return true;
     }
@@ -68,16 +67,17 @@ bool writeStartTag(PrintTarget &out, VQHANDLE element, int64_t indent) {
 
 // The end tag goes on a line of its own only after a child element; after
 // text, a comment and the like it follows on the same line.
-void writeEndTag(PrintTarget &out, VQHANDLE element, int64_t indent, int lastChildType) {
+void writeEndTag(PrintTarget &out, const Node *e, int64_t indent, int lastChildType) {
     if (lastChildType == kElement) {
         out.literal("\r\n");
         writeIndent(out, indent);
     }
     out.literal("</");
-    out.piece(head(element)->nodeName);
+    out.piece(e->nodeName);
     out.character('>');
 }
 
+// Nothing is allocated while printing, so the records found stay put.
 void prettyNode(PrintTarget &out, VQHANDLE root, int64_t indent) {
     const Node *r = head(root);
     if (r == nullptr) return;
@@ -92,18 +92,19 @@ void prettyNode(PrintTarget &out, VQHANDLE root, int64_t indent) {
     }
     vqxml::StepBound steps(root, 2);
     VQHANDLE h = root;
+    const Node *n = r;
     for (;;) {
-        const Node *n = head(h);
         if (n->nodeType == kElement) {
-            if (writeStartTag(out, h, indent)) {
-                const VQHANDLE child = linkedChild(h, head(h)->firstChild);
-                if (child != 0) {
+            if (writeStartTag(out, h, n, indent)) {
+                const Node *child = linkedNode(h, n->firstChild);
+                if (child != nullptr) {
                     if (!steps.take()) return;
-                    h = child;
+                    h = n->firstChild;
+                    n = child;
                     indent += 2;
                     continue;
                 }
-                writeEndTag(out, h, indent, 0);
+                writeEndTag(out, n, indent, 0);
             }
             out.terminate();
         } else if (n->nodeType == kText) {
@@ -117,16 +118,17 @@ void prettyNode(PrintTarget &out, VQHANDLE root, int64_t indent) {
         // last child this was.
         for (;;) {
             if (h == root || !steps.take()) return;
-            const VQHANDLE parent = head(h)->parentNode;
-            const int lastType = head(h)->nodeType;
-            const VQHANDLE next = linkedChild(parent, head(h)->nextSibling);
-            if (next != 0) {
-                h = next;
+            const VQHANDLE parent = n->parentNode;
+            const int lastType = n->nodeType;
+            if (const Node *next = linkedNode(parent, n->nextSibling)) {
+                h = n->nextSibling;
+                n = next;
                 break;
             }
             h = parent;
+            n = head(parent);
             indent -= 2;
-            writeEndTag(out, h, indent, lastType);
+            writeEndTag(out, n, indent, lastType);
             out.terminate();
         }
     }

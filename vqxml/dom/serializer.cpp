@@ -123,11 +123,9 @@ void writeAttValue(PrintTarget &out, VQHANDLE attribute) {
 
 // Attributes copied from a DTD default (specified 0) are left out: reading
 // the text back brings them in again from the declaration.
-void writeAttributesAt(PrintTarget &out, VQHANDLE element, const Node *e) {
-    const auto *map = aux<NamedNodeMap>(e->attributes);
-    if (map == nullptr) return;
+void writeAttributeItems(PrintTarget &out, VQHANDLE element, const ListItem *first) {
     vqxml::StepBound steps(element);
-    for (const ListItem *item = aux<ListItem>(map->firstItem); item != nullptr && steps.take();
+    for (const ListItem *item = first; item != nullptr && steps.take();
          item = aux<ListItem>(item->nextItem)) {
         const VQHANDLE h = item->node;
         const Node *a = head(h);
@@ -141,6 +139,13 @@ void writeAttributesAt(PrintTarget &out, VQHANDLE element, const Node *e) {
         out.character('=');
         writeAttValueAt(out, h, a);
     }
+}
+
+// Most elements have an empty map: that is found without the call.
+[[gnu::always_inline]] inline void writeAttributesAt(PrintTarget &out, VQHANDLE element, const Node *e) {
+    const auto *map = aux<NamedNodeMap>(e->attributes);
+    if (map == nullptr || map->firstItem == 0) return;
+    writeAttributeItems(out, element, aux<ListItem>(map->firstItem));
 }
 
 void writeAttributes(PrintTarget &out, VQHANDLE element) {
@@ -453,7 +458,7 @@ bool writeOpen(PrintTarget &out, VQHANDLE h, const Node *n) {
     }
 }
 
-void writeClose(PrintTarget &out, const Node *n) {
+[[gnu::always_inline]] inline void writeClose(PrintTarget &out, const Node *n) {
     if (n->nodeType == kElement) {
         out.literal("</");
         out.piece(n->nodeName);
@@ -474,7 +479,8 @@ struct Child {
 // ends. A document separates its children by line breaks; a document type
 // puts one before each declaration and passes over references that have
 // lost their name.
-Child nextChild(PrintTarget &out, VQHANDLE parent, const Node *p, VQHANDLE h, bool first) {
+[[gnu::always_inline]] inline Child nextChild(PrintTarget &out, VQHANDLE parent, const Node *p,
+                                             VQHANDLE h, bool first) {
     const int parentType = p->nodeType;
     int64_t budget = vqxml::walkBudget(parent);
     for (;;) {
