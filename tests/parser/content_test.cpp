@@ -194,6 +194,15 @@ TEST_F(LibraryTest, AttributeDefaultsAndDeclaredTypes) {
         folded += std::string(i == 0 ? "" : " ") + n + (i % 2 != 0 ? "=\"v\"" : "=\" v \"");
     }
     EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a" + decls + ">]><a" + given + "/>"), "a[" + folded + "]");
+    // Many element names, every second one with a default, each met twice.
+    std::string lists, elements, expected;
+    for (int i = 0; i < 100; ++i) {
+        const std::string n = (i == 99 ? l : "") + "e" + std::to_string(i);
+        if (i % 2 != 0) lists += "<!ATTLIST " + n + " d CDATA 'x'>";
+        elements += "<" + n + "/><" + n + "/>";
+        for (int k = 0; k < 2; ++k) expected += "," + n + (i % 2 != 0 ? "[d~=\"x\"]" : "");
+    }
+    EXPECT_EQ(root("<!DOCTYPE a [" + lists + "]><a>" + elements + "</a>"), "a(" + expected.substr(1) + ")");
     // Every declared type but CDATA folds blanks; tabs and line ends were
     // already blanks.
     EXPECT_EQ(root("<!DOCTYPE a [<!ATTLIST a e (p|q) #IMPLIED i ID #IMPLIED n ENTITY #IMPLIED>]>"

@@ -186,6 +186,45 @@ private:
     size_t count_ = 0;
 };
 
+// Whether the elements of a name get default attributes, so that the search
+// for defaults is made once for a name that has none (declarations do not
+// change while content is read). Names longer than an entry, and names met
+// once the table is three quarters full, are unknown every time.
+class ElementDefaults {
+public:
+    enum Known { kUnknown, kNone, kSome };
+    // `h` is AttributeNames::hash of the name.
+    Known find(std::string_view name, uint64_t h) const {
+        for (size_t i = h & (kEntries - 1); entries_[i].hash != 0; i = (i + 1) & (kEntries - 1)) {
+            const Entry &e = entries_[i];
+            if (e.hash == h && e.length == name.size() && std::memcmp(e.name, name.data(), name.size()) == 0)
+                return e.some ? kSome : kNone;
+        }
+        return kUnknown;
+    }
+    void add(std::string_view name, uint64_t h, bool some) {
+        if (name.size() > sizeof(Entry::name) || 4 * (count_ + 1) > 3 * kEntries) return;
+        size_t i = h & (kEntries - 1);
+        while (entries_[i].hash != 0) i = (i + 1) & (kEntries - 1);
+        ++count_;
+        entries_[i].hash = h;
+        entries_[i].length = static_cast<uint8_t>(name.size());
+        entries_[i].some = some;
+        if (!name.empty()) std::memcpy(entries_[i].name, name.data(), name.size());
+    }
+
+private:
+    struct Entry {
+        uint64_t hash;  // 0 = empty
+        uint8_t length;
+        bool some;
+        char name[54];
+    };
+    static constexpr size_t kEntries = 64;
+    Entry entries_[kEntries] = {};
+    size_t count_ = 0;
+};
+
 // Takes a replaced attribute out of its element's map, its item being
 // known, and deletes it: what removeNode and VQDOM_deleteNode do to it,
 // without searching the map for the item.
@@ -240,6 +279,7 @@ private:
     // attribute: the store's name indexes answer while the parser runs.
     vqxml::MapIndexScope indexes_;
     AttDefCache attDefs_;
+    ElementDefaults defaults_;
     uint64_t elementHash_ = 0;  // of the name of the element being started
 };
 
@@ -262,8 +302,19 @@ VQHANDLE ContentParser::startTag(bool &empty) {
     const VQHANDLE name = vqxml::createDSView(doc_, nameText);
     const VQHANDLE el = name != 0 ? vqxml::createElementBare(doc_, name) : 0;
     if (el == 0) return 0;
-    // Without a document type there are no defaults to look for.
-    if (doctype_ != 0) addDefaultAttributes(el);
+    // Without a document type there are no defaults to look for, and an
+    // element name found once to have none needs no second search.
+    if (doctype_ != 0) {
+        const std::string_view elementName = vqxml::dsView(node(el)->nodeName);
+        ElementDefaults::Known known = defaults_.find(elementName, elementHash_);
+        if (known == ElementDefaults::kUnknown) {
+            const int32_t n = vqxml::indexedDefaults(doctype_, elementName, nullptr, 0);
+            // An index that cannot answer leaves the name unknown.
+            if (n >= 0) defaults_.add(elementName, elementHash_, n > 0);
+            known = n == 0 ? ElementDefaults::kNone : ElementDefaults::kSome;
+        }
+        if (known == ElementDefaults::kSome) addDefaultAttributes(el);
+    }
     // Defaults are copies too, charged to the parse's budget.
     if (vqxml::copyBudgetSpent(s_)) {
         VQDOM_deleteNode(el);
