@@ -334,7 +334,17 @@ extern "C" int64_t VQDOM_cpyDS(VQHANDLE ds, char *buffer, int64_t size) {
 extern "C" VQHANDLE VQDOM_cloneDS(VQHANDLE handle, VQHANDLE ds) {
     if (!validHandle(handle) || !validHandle(ds)) return 0;
     const std::string_view text = dsView(ds);
-    return buildDS(handle, {Piece(docOf(handle), text.data(), text.size())});
+    if (docOf(handle) != docOf(ds)) return buildDS(handle, {Piece(docOf(handle), text.data(), text.size())});
+    // A copy within one area (the common case: copies of defaults and
+    // entity content): the source is read through its handle after the
+    // allocation, which may have moved the area.
+    const size_t n = text.size();
+    const VQHANDLE fresh = allocDS(handle, static_cast<int64_t>(n) + 1);
+    if (fresh == 0) return 0;
+    char *out = static_cast<char *>(payload(fresh));
+    if (n != 0) std::memcpy(out, dsChars(ds), n);
+    out[n] = '\0';
+    return fresh;
 }
 
 extern "C" void VQDOM_appendDS(VQHANDLE ds, const char *text) {
