@@ -342,8 +342,8 @@ extern "C" VQHANDLE VQDOM_appendChild(VQHANDLE parent, VQHANDLE newChild) {
 }
 
 VQHANDLE vqxml::appendToUnlinked(VQHANDLE parent, VQHANDLE child) {
-    const Node *p = asNode(parent);
-    const Node *c = asNode(child);
+    Node *p = asNode(parent);
+    Node *c = asNode(child);
     if (p != nullptr && c != nullptr && parent != child && p->parentNode == 0 &&
         p->containingMap == 0 && c->parentNode == 0 && p->ownerDocument == c->ownerDocument) {
         // The parent/child rule for the parents a builder fills; entities
@@ -362,7 +362,19 @@ VQHANDLE vqxml::appendToUnlinked(VQHANDLE parent, VQHANDLE child) {
             break;
         }
         if ((accepted & bit(c->nodeType)) != 0) {
-            linkLast(parent, child);
+            // linkLast, with the records already at hand (nothing here
+            // allocates).
+            treeChanged();
+            c->nextSibling = 0;
+            if (Node *last = asNode(p->lastChild)) {
+                c->previousSibling = p->lastChild;
+                last->nextSibling = child;
+            } else {
+                c->previousSibling = 0;
+                p->firstChild = child;
+            }
+            p->lastChild = child;
+            c->parentNode = parent;
             return child;
         }
     }
