@@ -71,24 +71,33 @@ inline size_t textLength(const char *p, size_t capacity) {
     return capacity <= 32 ? capacity : 32 + strnlen(p + 32, capacity - 32);
 }
 
-// The length of a text of at most 32 bytes that holds none of the bytes
-// `Special`, else -1 (also for longer texts and for a block without NUL).
-// Reads eight bytes at a time and nothing past the block.
+// The length of a text that holds none of the bytes `Special`, else -1
+// (also for a block without NUL). Reads sixteen or eight bytes at a time
+// and nothing past the block, whose payload is a multiple of 8.
 template <char... Special>
-inline int64_t plainShortLength(const char *p, size_t capacity) {
-    for (size_t i = 0; i < capacity && i < 32; i += 8) {
-        const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + i));
-        const auto nul = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128()))) & 0xFFu;
+inline int64_t plainLength(const char *p, size_t capacity) {
+    for (size_t i = 0;;) {
+        __m128i v;
+        unsigned valid = 0xFFFFu;
+        if (capacity - i >= 16) {
+            v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i));
+        } else if (capacity - i >= 8) {
+            v = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + i));
+            valid = 0xFFu;
+        } else {
+            return -1;
+        }
+        const unsigned nul = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128()))) & valid;
         __m128i hit = _mm_setzero_si128();
         ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Special)))), ...);
-        const auto special = static_cast<unsigned>(_mm_movemask_epi8(hit));
+        const unsigned special = static_cast<unsigned>(_mm_movemask_epi8(hit)) & valid;
         if (nul != 0) {
             const unsigned end = static_cast<unsigned>(__builtin_ctz(nul));
             return (special & ((1u << end) - 1u)) == 0 ? static_cast<int64_t>(i + end) : -1;
         }
-        if ((special & 0xFFu) != 0) return -1;
+        if (special != 0) return -1;
+        i += valid == 0xFFFFu ? 16 : 8;
     }
-    return -1;
 }
 
 // Copies exactly `k` bytes; short copies without a call.
@@ -187,8 +196,8 @@ public:
     }
 
     // Escaped copies; they move the position themselves. No room is passed
-    // as -1, which only measures. A short text with nothing to replace that
-    // fits with its NUL is the plain copy, made here without the call.
+    // as -1, which only measures. A text with nothing to replace that fits
+    // with its NUL is the plain copy, made here without the call.
     void escaped(VQHANDLE ds) {
         escapedWith<'"', '&', '\'', '<', '>'>(ds, printDS_ExpandRef);
     }
@@ -217,7 +226,7 @@ private:
     void escapedWith(VQHANDLE ds, int64_t (*copy)(VQHANDLE, char **, int64_t)) {
         if (!liveHandle(ds)) return;
         const char *text = static_cast<const char *>(payload(ds));
-        const int64_t n = plainShortLength<Special...>(text, blockCapacity(text));
+        const int64_t n = plainLength<Special...>(text, blockCapacity(text));
         const int64_t counted = counted_;
         if (n >= 0 && capacity_ - counted > n) {
             char *w = pos_;
