@@ -130,8 +130,11 @@ bool mayHoldNodes(const Node *n) {
 // the walk up for the common case of appending fresh leaves to a deep tree.
 bool isAncestorOrSelf(VQHANDLE child, VQHANDLE parent) {
     if (child == parent) return true;
+    // A parent with nothing above it (a node being built) has only itself.
+    const Node *top = asNode(parent);
+    if (top == nullptr || holderOf(top) == 0) return false;
     if (const Node *c = asNode(child); c != nullptr && !mayHoldNodes(c)) return false;
-    for (VQHANDLE p = parent; p != 0;) {
+    for (VQHANDLE p = holderOf(top); p != 0;) {
         if (p == child) return true;
         const Node *n = asNode(p);
         if (n == nullptr) break;
