@@ -14,6 +14,7 @@
 
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
+#include "vqxml/store/escape.h"
 #include "vqxml/vqxml.h"
 
 extern "C" {
@@ -71,55 +72,25 @@ inline size_t textLength(const char *p, size_t capacity) {
     return capacity <= 32 ? capacity : 32 + strnlen(p + 32, capacity - 32);
 }
 
-// The length of a text that holds none of the bytes `Special`, else -1
-// (also for a block without NUL). Reads sixteen or eight bytes at a time
-// and nothing past the block, whose payload is a multiple of 8.
-template <char... Special>
+// The length of a text that holds none of the bytes `Stops` replaces, else
+// -1 (also for a block without NUL). Reads nothing past the block, whose
+// payload is a multiple of 8.
+template <typename Stops>
 inline int64_t plainLength(const char *p, size_t capacity) {
     for (size_t i = 0;;) {
-        __m128i v;
-        unsigned valid = 0xFFFFu;
+        unsigned hits;
         if (capacity - i >= 16) {
-            v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i));
+            hits = Stops::hits(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p + i)));
         } else if (capacity - i >= 8) {
-            v = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + i));
-            valid = 0xFFu;
+            hits = Stops::hits(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + i))) & 0xFFu;
         } else {
             return -1;
         }
-        const unsigned nul = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(v, _mm_setzero_si128()))) & valid;
-        __m128i hit = _mm_setzero_si128();
-        ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Special)))), ...);
-        const unsigned special = static_cast<unsigned>(_mm_movemask_epi8(hit)) & valid;
-        if (nul != 0) {
-            const unsigned end = static_cast<unsigned>(__builtin_ctz(nul));
-            return (special & ((1u << end) - 1u)) == 0 ? static_cast<int64_t>(i + end) : -1;
+        if (hits != 0) {
+            const size_t at = i + static_cast<size_t>(__builtin_ctz(hits));
+            return p[at] == '\0' ? static_cast<int64_t>(at) : -1;
         }
-        if (special != 0) return -1;
-        i += valid == 0xFFFFu ? 16 : 8;
-    }
-}
-
-// Copies exactly `k` bytes; short copies without a call.
-inline void copyBytes(char *to, const char *from, size_t k) {
-    if (k > 16) {
-        std::memmove(to, from, k);
-    } else if (k >= 8) {
-        uint64_t a, b;
-        std::memcpy(&a, from, 8);
-        std::memcpy(&b, from + k - 8, 8);
-        std::memcpy(to, &a, 8);
-        std::memcpy(to + k - 8, &b, 8);
-    } else if (k >= 4) {
-        uint32_t a, b;
-        std::memcpy(&a, from, 4);
-        std::memcpy(&b, from + k - 4, 4);
-        std::memcpy(to, &a, 4);
-        std::memcpy(to + k - 4, &b, 4);
-    } else if (k > 0) {
-        to[0] = from[0];
-        to[k / 2] = from[k / 2];
-        to[k - 1] = from[k - 1];
+        i += capacity - i >= 16 ? 16 : 8;
     }
 }
 
@@ -197,12 +168,12 @@ public:
 
     // Escaped copies; they move the position themselves. No room is passed
     // as -1, which only measures. A text with nothing to replace that fits
-    // with its NUL is the plain copy, made here without the call.
-    void escaped(VQHANDLE ds) {
-        escapedWith<'"', '&', '\'', '<', '>'>(ds, printDS_ExpandRef);
-    }
+    // with its NUL, or any text when the room holds the worst case of the
+    // string's whole block, comes out whole with a NUL after it: that copy
+    // is made here without the call.
+    void escaped(VQHANDLE ds) { escapedWith<TextStops>(ds, kTextEscapes, printDS_ExpandRef); }
     void escapedAttribute(VQHANDLE ds) {
-        escapedWith<'"', '&', '\'', '<', '>', '\t', '\n', '\r'>(ds, printDS_ExpandRefAtt);
+        escapedWith<AttrStops>(ds, kAttrEscapes, printDS_ExpandRefAtt);
     }
     // Only the double quote escaped. Without room the length is counted
     // here, since the copy writes its NUL at the end of the room it is given.
@@ -222,13 +193,15 @@ public:
     }
 
 private:
-    template <char... Special>
-    void escapedWith(VQHANDLE ds, int64_t (*copy)(VQHANDLE, char **, int64_t)) {
+    template <typename Stops>
+    void escapedWith(VQHANDLE ds, const EscapeTable &table, int64_t (*copy)(VQHANDLE, char **, int64_t)) {
         if (!liveHandle(ds)) return;
         const char *text = static_cast<const char *>(payload(ds));
-        const int64_t n = plainLength<Special...>(text, blockCapacity(text));
+        const size_t capacity = blockCapacity(text);
         const int64_t counted = counted_;
-        if (n >= 0 && capacity_ - counted > n) {
+        const int64_t r = capacity_ - counted;
+        int64_t n = plainLength<Stops>(text, capacity);
+        if (n >= 0 && r > n) {
             char *w = pos_;
             copyBytes(w, text, static_cast<size_t>(n));
             w[n] = '\0';
@@ -236,7 +209,21 @@ private:
             counted_ = counted + n;
             return;
         }
-        counted_ = counted + copy(ds, &pos_, measureOr(capacity_ - counted));
+        if (r > kLongestEntity * static_cast<int64_t>(capacity)) {
+            escapedWhole<Stops>(text, capacity, table);
+            return;
+        }
+        counted_ = counted + copy(ds, &pos_, measureOr(r));
+    }
+
+    // The escaped text and a NUL after it, into a room known to hold them.
+    template <typename Stops>
+    [[gnu::noinline]] void escapedWhole(const char *text, size_t capacity, const EscapeTable &table) {
+        char *w = pos_;
+        const auto n = static_cast<int64_t>(escapeUnchecked<Stops>(text, capacity, table, w));
+        w[n] = '\0';
+        pos_ = w + n;
+        counted_ += n;
     }
 
     static int64_t measureOr(int64_t r) { return r > 0 ? r : -1; }

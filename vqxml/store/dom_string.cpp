@@ -12,10 +12,9 @@
 #include <cstring>
 #include <initializer_list>
 
-#include <emmintrin.h>
-
 #include "vqxml/store/area.h"
 #include "vqxml/store/error_list.h"
+#include "vqxml/store/escape.h"
 
 namespace vqxml {
 namespace {
@@ -88,72 +87,10 @@ void nullPointer(const char *functionName) { domError(kNullPointerErr, functionN
 
 // ---- escaping ---------------------------------------------------------
 
-// Entity text per byte; an empty entry is an ordinary byte.
-using EscapeTable = std::array<std::string_view, 256>;
-
-constexpr EscapeTable makeTable(bool quotOnly, bool attribute, bool backslash) {
-    EscapeTable t{};
-    t['"'] = "&quot;";
-    if (quotOnly) return t;
-    t['&'] = "&amp;";
-    t['\''] = "&apos;";
-    t['<'] = "&lt;";
-    t['>'] = "&gt;";
-    if (attribute) {
-        t['\t'] = "&#9;";
-        t['\n'] = "&#10;";
-        t['\r'] = "&#13;";
-    }
-    if (backslash) t['\\'] = "\\\\";
-    return t;
-}
-
-constexpr EscapeTable kQuotEscapes = makeTable(true, false, false);
-constexpr EscapeTable kTextEscapes = makeTable(false, false, false);
-constexpr EscapeTable kAttrEscapes = makeTable(false, true, false);
-constexpr EscapeTable kBackslashEscapes = makeTable(false, false, true);
-
 struct Escaped {
     int64_t total;    // length of the complete escaped text
     int64_t written;  // bytes of it stored (a prefix)
 };
-
-// The bytes an escape set replaces, as template arguments: the scan looks
-// for them (and for the NUL that ends the text) sixteen bytes at a time.
-template <char... Special>
-struct StopBytes {
-    static constexpr std::array<bool, 256> table = [] {
-        std::array<bool, 256> t{};
-        t[0] = true;
-        ((t[static_cast<unsigned char>(Special)] = true), ...);
-        return t;
-    }();
-
-    // Index of the first NUL or replaced byte in s[from, cap), else cap.
-    // Reads nothing at or past cap.
-    static size_t next(const char *s, size_t from, size_t cap) {
-        size_t i = from;
-        while (cap - i >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s + i));
-            __m128i hit = _mm_cmpeq_epi8(v, _mm_setzero_si128());
-            ((hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, _mm_set1_epi8(Special)))), ...);
-            const auto mask = static_cast<unsigned>(_mm_movemask_epi8(hit));
-            if (mask != 0) return i + static_cast<size_t>(__builtin_ctz(mask));
-            i += 16;
-        }
-        while (i < cap && !table[static_cast<unsigned char>(s[i])]) ++i;
-        return i;
-    }
-};
-
-using QuotStops = StopBytes<'"'>;
-using TextStops = StopBytes<'"', '&', '\'', '<', '>'>;
-using AttrStops = StopBytes<'"', '&', '\'', '<', '>', '\t', '\n', '\r'>;
-using BackslashStops = StopBytes<'"', '&', '\'', '<', '>', '\\'>;
-
-// No entity is longer than this; a room of this many bytes per source byte
-// holds any escaped text.
-constexpr int64_t kLongestEntity = 6;
 
 // Escapes the DS text at `src` (which ends at its NUL or at `cap`, the end
 // of its block) into `out`, storing the first `room` bytes of the result
@@ -162,21 +99,11 @@ constexpr int64_t kLongestEntity = 6;
 // that may reach the end of the room counts each run against it.
 template <typename Stops>
 Escaped escape(const char *src, size_t cap, const EscapeTable &table, char *out, int64_t room) {
-    size_t i = 0;
     if (out != nullptr && room >= kLongestEntity * static_cast<int64_t>(cap)) {
-        char *w = out;
-        for (;;) {
-            const size_t stop = Stops::next(src, i, cap);
-            std::memcpy(w, src + i, stop - i);
-            w += stop - i;
-            if (stop == cap || src[stop] == '\0') break;
-            const std::string_view entity = table[static_cast<unsigned char>(src[stop])];
-            std::memcpy(w, entity.data(), entity.size());
-            w += entity.size();
-            i = stop + 1;
-        }
-        return {w - out, w - out};
+        const auto n = static_cast<int64_t>(escapeUnchecked<Stops>(src, cap, table, out));
+        return {n, n};
     }
+    size_t i = 0;
     int64_t total = 0;
     int64_t left = out != nullptr && room > 0 ? room : 0;
     char *w = out;
