@@ -145,7 +145,7 @@ namespace {
 // the caller has allocated already (0: one is allocated here); a refused
 // node leaves it to the caller.
 VQHANDLE setNamedItem(VQHANDLE map, VQHANDLE h, bool lookup, VQHANDLE taken = 0) {
-    if (!validHandle(map) || !validHandle(h) || aux<NamedNodeMap>(map) == nullptr ||
+    if (!checkHandle(map) || !checkHandle(h) || aux<NamedNodeMap>(map) == nullptr ||
         asNode(h) == nullptr) {
         VQDOM_deleteNode(h);
         return 0;
@@ -197,7 +197,7 @@ VQHANDLE setNamedItem(VQHANDLE map, VQHANDLE h, bool lookup, VQHANDLE taken = 0)
 }  // namespace
 
 VQHANDLE appendAbsentAttribute(VQHANDLE element, VQHANDLE attribute) {
-    const VQHANDLE map = validHandle(element) ? attributeMapOf(element) : 0;
+    const VQHANDLE map = checkHandle(element) ? attributeMapOf(element) : 0;
     return setNamedItem(map, attribute, false);
 }
 
@@ -208,7 +208,7 @@ VQHANDLE takeMapItem(VQHANDLE document) {
 }
 
 VQHANDLE setAttributeNodeWith(VQHANDLE element, VQHANDLE attribute, VQHANDLE item) {
-    const VQHANDLE map = validHandle(element) ? attributeMapOf(element) : 0;
+    const VQHANDLE map = checkHandle(element) ? attributeMapOf(element) : 0;
     return setNamedItem(map, attribute, true, item);
 }
 
@@ -335,7 +335,7 @@ extern "C" VQHANDLE VQDOM_getAttributeNodeStr(VQHANDLE element, const char *name
 }
 
 extern "C" void VQDOM_setAttribute(VQHANDLE element, VQHANDLE name, VQHANDLE value) {
-    if (!validHandle(element) || asNode(element) == nullptr) {
+    if (!checkHandle(element) || asNode(element) == nullptr) {
         VQDOM_deleteDS(name);
         VQDOM_deleteDS(value);
         return;
@@ -358,7 +358,7 @@ extern "C" void VQDOM_setAttribute(VQHANDLE element, VQHANDLE name, VQHANDLE val
 }
 
 extern "C" VQHANDLE VQDOM_setAttributeNode(VQHANDLE element, VQHANDLE attribute) {
-    const VQHANDLE map = validHandle(element) ? attributeMapOf(element) : 0;
+    const VQHANDLE map = checkHandle(element) ? attributeMapOf(element) : 0;
     return VQDOM_setNamedItem(map, attribute);
 }
 
@@ -371,7 +371,7 @@ extern "C" void VQDOM_removeAttributeStr(VQHANDLE element, const char *name) {
 }
 
 extern "C" VQHANDLE VQDOM_removeAttributeNode(VQHANDLE element, VQHANDLE attribute) {
-    if (validHandle(element) && validHandle(attribute)) {
+    if (checkHandle(element) && checkHandle(attribute)) {
         const Node *a = asNode(attribute);
         const VQHANDLE map = attributeMapOf(element);
         if (a != nullptr && map != 0 && a->containingMap == map) {

@@ -34,7 +34,7 @@ VQHANDLE cloneExternalID(VQHANDLE source, VQHANDLE targetDoc) {
 // (attributes get theirs from their children later), an empty attribute
 // map and, for an element, the target's DTD defaults. 0 on failure.
 VQHANDLE startClone(VQHANDLE source, VQHANDLE targetDoc) {
-    if (!validHandle(source) || !validHandle(targetDoc)) return 0;
+    if (!checkHandle(source) || !checkHandle(targetDoc)) return 0;
     const Node *s = asNode(source);
     if (s == nullptr) return 0;
     const int type = s->nodeType;
@@ -295,7 +295,7 @@ using namespace vqxml;
 // ---- cloning -------------------------------------------------------------------------
 
 extern "C" VQHANDLE VQDOM_cloneNode(VQHANDLE h, int deep) {
-    if (!validHandle(h) || asNode(h) == nullptr) return 0;
+    if (!checkHandle(h) || asNode(h) == nullptr) return 0;
     if (typeOf(h) != VQXML_DOCUMENT_NODE) return VQDOM_cloneNodeDoc(h, deep, asNode(h)->ownerDocument);
     const VQHANDLE doc = VQDOM_createDocument();
     if (doc == 0) return 0;

@@ -32,7 +32,7 @@ void wrongDocument(const char *function) { domError(kWrongDocumentErr, function)
 // handle the name stays the caller's; a refused name (deleted by the check
 // itself) or a name from another document is gone afterwards.
 bool acceptName(VQHANDLE doc, VQHANDLE name, const char *function) {
-    if (!validHandle(doc) || !validHandle(name)) return false;
+    if (!checkHandle(doc) || !checkHandle(name)) return false;
     if (invalidCharacterErr(name) != 0) return false;
     if (!sameDocument(doc, name)) {
         wrongDocument(function);
@@ -46,7 +46,7 @@ bool acceptName(VQHANDLE doc, VQHANDLE name, const char *function) {
 // like). The data is deleted on every failure path.
 VQHANDLE createDataNode(VQHANDLE doc, VQHANDLE data, int32_t type, const char *name,
                         const char *function) {
-    if (!validHandle(doc) || !validHandle(data)) {
+    if (!checkHandle(doc) || !checkHandle(data)) {
         dropDS(data);
         return 0;
     }
@@ -67,7 +67,7 @@ VQHANDLE createDataNode(VQHANDLE doc, VQHANDLE data, int32_t type, const char *n
 
 // A declaration node; the name is deleted when the node cannot be made.
 VQHANDLE createDeclaration(VQHANDLE doc, int32_t type, VQHANDLE name) {
-    if (!validHandle(doc)) {
+    if (!checkHandle(doc)) {
         dropDS(name);
         return 0;
     }
@@ -146,7 +146,7 @@ extern "C" VQHANDLE VQDOM_createCDATASection(VQHANDLE doc, VQHANDLE data) {
 // check.
 extern "C" VQHANDLE VQDOM_createProcessingInstruction(VQHANDLE doc, VQHANDLE target,
                                                       VQHANDLE data) {
-    if (!validHandle(doc) || !validHandle(target) || !validHandle(data)) {
+    if (!checkHandle(doc) || !checkHandle(target) || !checkHandle(data)) {
         dropDS(data);
         return 0;
     }
@@ -166,7 +166,7 @@ extern "C" VQHANDLE VQDOM_createProcessingInstruction(VQHANDLE doc, VQHANDLE tar
 }
 
 extern "C" VQHANDLE VQDOM_createDocumentFragment(VQHANDLE doc) {
-    if (!validHandle(doc)) return 0;
+    if (!checkHandle(doc)) return 0;
     const VQHANDLE name = VQDOM_createDS(doc, "#document-fragment");
     if (name == 0) return 0;
     const VQHANDLE fragment = allocNode(doc, VQXML_DOCUMENT_FRAGMENT_NODE, name);

@@ -71,6 +71,10 @@ inline bool liveHandle(VQHANDLE h) {
     return slot < static_cast<uint32_t>(a->indexes) && handleTable(a)[slot] != 0;
 }
 
+// validHandle for the library's hot paths: the common answer inline, the
+// report of an invalid handle out of line.
+inline int checkHandle(VQHANDLE h) { return liveHandle(h) ? 1 : validHandle(h); }
+
 // Bumped whenever any document may have changed shape: an object made or
 // freed, a block given another handle, an area installed or deleted, nodes
 // linked or unlinked, a string rewritten in place. Code that keeps answers
