@@ -390,7 +390,7 @@ extern "C" VQHANDLE myAlloc(VQHANDLE document, int64_t bytes) {
 
 extern "C" void myFree(VQHANDLE handle) {
     treeChanged();
-    if (!validHandle(handle)) return;
+    if (!checkHandle(handle)) return;
     const int32_t number = static_cast<int32_t>(handle & 255);
     DocArea *a = docHead[number];
     int32_t *table = handleTable(a);

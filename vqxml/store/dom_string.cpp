@@ -202,7 +202,7 @@ extern "C" VQHANDLE allocDS(VQHANDLE document, int64_t bytes) {
 }
 
 extern "C" VQHANDLE VQDOM_createDS(VQHANDLE handle, const char *text) {
-    if (!validHandle(handle)) return 0;
+    if (!checkHandle(handle)) return 0;
     return createDSView(handle, text != nullptr ? std::string_view(text) : std::string_view());
 }
 
@@ -210,7 +210,7 @@ extern "C" char *VQDOM_getBufferDS(VQHANDLE ds) {
     // The empty answer for an invalid handle is a static byte that is
     // cleared again on each call, in case a caller wrote into it.
     static char empty[1];
-    if (validHandle(ds)) return static_cast<char *>(payload(ds));
+    if (checkHandle(ds)) return static_cast<char *>(payload(ds));
     empty[0] = '\0';
     return empty;
 }
@@ -221,7 +221,7 @@ extern "C" int64_t VQDOM_lenDS(VQHANDLE ds) {
 }
 
 extern "C" void VQDOM_deleteDS(VQHANDLE ds) {
-    if (validHandle(ds)) myFree(ds);
+    if (checkHandle(ds)) myFree(ds);
 }
 
 extern "C" int VQDOM_cmpDS(VQHANDLE a, VQHANDLE b) {
@@ -259,7 +259,7 @@ extern "C" int64_t VQDOM_cpyDS(VQHANDLE ds, char *buffer, int64_t size) {
 }
 
 extern "C" VQHANDLE VQDOM_cloneDS(VQHANDLE handle, VQHANDLE ds) {
-    if (!validHandle(handle) || !validHandle(ds)) return 0;
+    if (!checkHandle(handle) || !checkHandle(ds)) return 0;
     const std::string_view text = dsView(ds);
     if (docOf(handle) != docOf(ds)) return buildDS(handle, {Piece(docOf(handle), text.data(), text.size())});
     // A copy within one area (the common case: copies of defaults and
