@@ -483,9 +483,9 @@ extern "C" int getNormalValue(VQHANDLE attribute, int cdata) {
     char *out = VQDOM_getBufferDS(value);
     char *const start = out;
     if (single) {
-        const std::string_view piece = node(first)->nodeValue != 0 ? dsView(node(first)->nodeValue) : std::string_view();
-        if (!piece.empty()) std::memcpy(out, piece.data(), piece.size());
-        out += piece.size();
+        // The text measured above, where the allocation has left it.
+        if (total != 0) std::memcpy(out, dsChars(node(first)->nodeValue), total);
+        out += total;
     } else {
         forEachValueText(attribute, first, [&out](VQHANDLE v) {
             const std::string_view piece = dsView(v);
