@@ -53,8 +53,7 @@ void writeIndent(PrintTarget &out, int64_t indent) {
 bool writeStartTag(PrintTarget &out, VQHANDLE element, const Node *e, int64_t indent) {
     if (indent != 0) out.literal("\r\n");
     writeIndent(out, indent);
-    out.character('<');
-    out.piece(e->nodeName);
+    out.framed("<", e->nodeName, '\0');
     vqxml::serializeAttributes(out, element);
     if (e->firstChild != 0) {
         out.character('>');
@@ -72,9 +71,7 @@ void writeEndTag(PrintTarget &out, const Node *e, int64_t indent, int lastChildT
         out.literal("\r\n");
         writeIndent(out, indent);
     }
-    out.literal("</");
-    out.piece(e->nodeName);
-    out.character('>');
+    out.framed("</", e->nodeName, '>');
 }
 
 // Nothing is allocated while printing, so the records found stay put.

@@ -155,15 +155,54 @@ public:
         const char *text = static_cast<const char *>(payload(ds));
         const auto n = static_cast<int64_t>(textLength(text, blockCapacity(text)));
         const int64_t counted = counted_;
-        const int64_t r = capacity_ - counted;
-        char *w = pos_;
-        if (r > 0) {
-            const int64_t k = r > n ? n : r - 1;
-            copyBytes(w, text, static_cast<size_t>(k));
-            w[k] = '\0';
-            if (r > n) pos_ = w + n;
+        if (capacity_ - counted > n) {
+            char *w = pos_;
+            copyBytes(w, text, static_cast<size_t>(n));
+            w[n] = '\0';
+            pos_ = w + n;
+            counted_ = counted + n;
+            return;
         }
-        counted_ = counted + n;
+        pieceCut(text, n);
+    }
+    // The piece that does not fit: room - 1 bytes and a NUL, the position
+    // unmoved.
+    [[gnu::noinline]] void pieceCut(const char *text, int64_t n) {
+        const int64_t r = room();
+        if (r > 0) {
+            copyBytes(pos_, text, static_cast<size_t>(r - 1));
+            pos_[r - 1] = '\0';
+        }
+        counted_ += n;
+    }
+
+    // A DS between a short literal and a byte (none when `after` is 0):
+    // literal(before), piece(ds), character(after), with one test of the
+    // room when all of it fits (which is then the test each would make).
+    template <size_t N>
+    [[gnu::always_inline]] void framed(const char (&before)[N], VQHANDLE ds, char after) {
+        constexpr auto nb = static_cast<int64_t>(N - 1);
+        if (liveHandle(ds)) {
+            const char *text = static_cast<const char *>(payload(ds));
+            const auto n = static_cast<int64_t>(textLength(text, blockCapacity(text)));
+            const int64_t counted = counted_;
+            if (capacity_ - counted > nb + n) {
+                char *w = pos_;
+                std::memcpy(w, before, static_cast<size_t>(nb));
+                copyBytes(w + nb, text, static_cast<size_t>(n));
+                w[nb + n] = after;
+                const int64_t length = nb + n + (after != '\0' ? 1 : 0);
+                pos_ = w + length;
+                counted_ = counted + length;
+                return;
+            }
+        }
+        framedInParts(before, static_cast<size_t>(nb), ds, after);
+    }
+    [[gnu::noinline]] void framedInParts(const char *before, size_t nb, VQHANDLE ds, char after) {
+        literal(before, static_cast<int64_t>(nb));
+        piece(ds);
+        if (after != '\0') character(after);
     }
 
     // Escaped copies; they move the position themselves. No room is passed

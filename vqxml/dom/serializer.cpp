@@ -134,9 +134,7 @@ void writeAttributeItems(PrintTarget &out, VQHANDLE element, const ListItem *fir
             const Attr *attr = typedAt<Attr>(a, kAttr);
             if (attr == nullptr || attr->specified == 0) continue;
         }
-        out.character(' ');
-        out.piece(a->nodeName);
-        out.character('=');
+        out.framed(" ", a->nodeName, '=');
         writeAttValueAt(out, h, a);
     }
 }
@@ -394,8 +392,7 @@ void writeAttlistDecl(PrintTarget &out, VQHANDLE decl) {
 bool writeOpen(PrintTarget &out, VQHANDLE h, const Node *n) {
     switch (n->nodeType) {
         case kElement:
-            out.character('<');
-            out.piece(n->nodeName);
+            out.framed("<", n->nodeName, '\0');
             writeAttributesAt(out, h, n);
             if (n->firstChild != 0) {
                 out.character('>');
@@ -460,9 +457,7 @@ bool writeOpen(PrintTarget &out, VQHANDLE h, const Node *n) {
 
 [[gnu::always_inline]] inline void writeClose(PrintTarget &out, const Node *n) {
     if (n->nodeType == kElement) {
-        out.literal("</");
-        out.piece(n->nodeName);
-        out.character('>');
+        out.framed("</", n->nodeName, '>');
     } else if (n->nodeType == kDocType) {
         out.literal("\r\n]>");
     }
