@@ -225,13 +225,16 @@ TEST_F(DomStringTest, QuotAndExpandRef2TerminateAtTheBufferEnd) {
 }
 
 // Every size from "measure only" to far more than the worst case, for texts
-// whose bytes to replace sit at the edges of 16-byte runs: each copy stores
+// whose bytes to replace sit at the edges of 16-byte runs or among their
+// byte-value neighbours: each copy stores
 // exactly the prefix of the escaped text that its room holds, its NUL where
 // its rule puts it, and nothing else.
 TEST_F(DomStringTest, EscapingCopiesAgreeWithTheByteRuleAtEverySize) {
     const std::string texts[] = {"abcdefghijklmno<", "abcdefghijklmnop&q",
-                                 "\"bcdefghijklmno\t\npqrstuvwxyzABCD'\\EFGHIJKLMNOPQRSTUVWXYZ0123>",
-                                 std::string(47, 'z') + "&"};
+                                 "\"bcdefghijklmno\t\npqrstuvwxyzABCD'\\EFGHIJKLMNOPQRSTUVWXYZ\r0123>",
+                                 std::string(47, 'z') + "&",
+                                 // neighbours of the bytes that are replaced, which are not
+                                 "=?%$#:;\x0b\x0c\x08\x05\x01=>?<=?&%'$\"#"};
     const char *base = "\"&'<>";
     struct Copy {
         const char *name, *escaped;  // the bytes replaced, besides the base set
