@@ -214,6 +214,29 @@ public:
     void escapedAttribute(VQHANDLE ds) {
         escapedWith<AttrStops>(ds, kAttrEscapes, printDS_ExpandRefAtt);
     }
+    // An attribute value of one text child between its double quotes: the
+    // same as character('"'), escapedAttribute(ds), character('"'), with one
+    // test of the room when the text needs no escaping and all of it fits.
+    void quotedAttribute(VQHANDLE ds) {
+        if (liveHandle(ds)) {
+            const char *text = static_cast<const char *>(payload(ds));
+            const int64_t n = plainLength<AttrStops>(text, blockCapacity(text));
+            const int64_t counted = counted_;
+            if (n >= 0 && capacity_ - counted > n + 1) {
+                char *w = pos_;
+                w[0] = '"';
+                copyBytes(w + 1, text, static_cast<size_t>(n));
+                w[n + 1] = '"';
+                pos_ = w + n + 2;
+                counted_ = counted + n + 2;
+                return;
+            }
+        }
+        character('"');
+        escapedAttribute(ds);
+        character('"');
+    }
+
     // Only the double quote escaped. Without room the length is counted
     // here, since the copy writes its NUL at the end of the room it is given.
     void quoteEscaped(VQHANDLE ds) {

@@ -103,6 +103,13 @@ void writeEntityRef(PrintTarget &out, VQHANDLE reference) {
 // normalised value string, so entity references written in the source
 // come out as references again.
 void writeAttValueAt(PrintTarget &out, VQHANDLE attribute, const Node *a) {
+    // Most values are one text child: the walk below would take one step.
+    const Node *only = linkedNode(attribute, a->firstChild);
+    if (only != nullptr && only->nodeType == kText && linkedNode(attribute, only->nextSibling) == nullptr &&
+        vqxml::walkBudget(attribute) > 0) {
+        out.quotedAttribute(only->nodeValue);
+        return;
+    }
     out.character('"');
     vqxml::StepBound steps(attribute);
     const Node *child = nullptr;
