@@ -283,6 +283,9 @@ TEST_F(Serializer, ShortBuffers) {
           {15, "<a>x&amp;y</a>@"}}},
         {"the same inside an attribute value, whose NUL the closing quote overwrites", "<e k='a&lt;b'/>", 'r',
          15, {{8, "<e k=\"a~"}, {12, "<e k=\"a&lt;~"}, {13, "<e k=\"a&lt;b\""}, {14, "<e k=\"a&lt;b\"/"}}},
+        {"a value with nothing to escape is cut like any other: no NUL unless it fits, its quotes only "
+         "where there is room", "<e k='ab'/>", 'r', 11,
+         {{7, "<e k=\"~"}, {8, "<e k=\"a~"}, {9, "<e k=\"ab\""}, {10, "<e k=\"ab\"/"}, {12, "<e k=\"ab\"/>@"}}},
         {"every nested node whose output ended inside the room leaves a NUL", "<a><b><c>t</c></b></a>", 'r',
          22,
          {{11, "<a><b><c>t@"}, {12, "<a><b><c>t</"}, {15, "<a><b><c>t</c>@"}, {16, "<a><b><c>t</c></"},
