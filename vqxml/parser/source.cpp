@@ -157,31 +157,6 @@ void unlinkExpansion(Source *s, Expansion *x) {
 
 }  // namespace
 
-// Delivers the next character from an expansion that starts at the cursor,
-// dropping expansions that have run dry. Returns the character, or 0 when
-// no expansion starts at the (possibly moved) cursor.
-int vqxml::readExpansionsBy(Source *s, int (*next)(Source *), const char *reader) {
-    forgetChain();
-    for (;;) {
-        Expansion *x = expansionAt(s, s->cursor);
-        if (x == nullptr) x = checkEntity(s, s->cursor);
-        if (x == nullptr) return 0;
-        Source *child = x->child;
-        const unsigned c = child->current;
-        s->current = static_cast<uint16_t>(c);
-        if (child->delimiterSeen) {
-            child->delimiterSeen = 0;
-            s->delimiterSeen = 1;
-        }
-        next(child);
-        if (c != 0) return static_cast<int>(c);
-        s->cursor = x->resume;
-        unlinkExpansion(s, x);
-        deleteSource(child);
-        vqxml::tracedFree(x, reader);
-    }
-}
-
 namespace {
 
 // Look-ahead from `position` in the text of `s`: the character `skip`
@@ -459,6 +434,7 @@ namespace {
 
 // The child whose character `s` has just taken over, or null when no
 // expansion starts at the (possibly moved) cursor of `s`.
+template <bool kKeepCR>
 Source *handOn(Source *s) {
     for (;;) {
         // A reference, and so any expansion, starts with "%" or "&".
@@ -476,18 +452,22 @@ Source *handOn(Source *s) {
             s->delimiterSeen = 1;
         }
         if (c != 0) return child;
-        getNextCh(child);
+        if (kKeepCR) {
+            vqxml::getNextChKeepingCR(child);
+        } else {
+            getNextCh(child);
+        }
         s->cursor = x->resume;
         unlinkExpansion(s, x);
         deleteSource(child);
-        vqxml::tracedFree(x, "getNextCh");
+        vqxml::tracedFree(x, kKeepCR ? "getNextChCDATA" : "getNextCh");
     }
 }
 
-}  // namespace
-
-extern "C" int getNextCh(Source *source) {
-    if (source == nullptr) return 0;
+// One step of the reader from `source`; with kKeepCR a CR is delivered as
+// it is (CDATA sections) instead of as a line end.
+template <bool kKeepCR>
+int readStep(Source *source) {
     Source *s = source;
     if (chain.top == source && chain.depth > 0 && source->cursor == chain.at[0] &&
         source->doctype == chain.doctype && vqxml::liveHandle(chain.doctype)) {
@@ -526,7 +506,7 @@ extern "C" int getNextCh(Source *source) {
         // (A silent check: this runs for every character at every level of
         // a nested expansion, and the parser set the doctype itself.)
         if (s->doctype != 0 && vqxml::liveHandle(s->doctype)) {
-            if (Source *child = handOn(s); child != nullptr) {
+            if (Source *child = handOn<kKeepCR>(s); child != nullptr) {
                 if (chain.top == source && chain.level[chain.depth] == s && s->doctype == chain.doctype &&
                     chain.depth <= vqxml::kMaxOpenEntitySources) {
                     chain.at[chain.depth] = s->cursor;
@@ -547,10 +527,24 @@ extern "C" int getNextCh(Source *source) {
             }
         }
         ++s->cursor;
-        takeChar(s, c);
+        if (kKeepCR) {
+            if (s->awaited != 0 && c == s->awaited) {
+                s->delimiterSeen = 1;
+                s->awaited = 0;
+            }
+            s->current = static_cast<uint16_t>(c);
+        } else {
+            takeChar(s, c);
+        }
         return source->current;
     }
 }
+
+}  // namespace
+
+extern "C" int getNextCh(Source *source) { return source != nullptr ? readStep<false>(source) : 0; }
+
+int vqxml::getNextChKeepingCR(Source *source) { return readStep<true>(source); }
 
 extern "C" int getNthCh(Source *source, int n) {
     if (source == nullptr) return 0;

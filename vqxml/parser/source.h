@@ -77,10 +77,9 @@ public:
 // The expansion record that starts at `position` of the source's text, or
 // null.
 Expansion *expansionAt(const Source *s, const char *position);
-// Delivers the next character from an expansion that starts at the cursor,
-// reading the child sources with `next` (getNextCh, or the CDATA reader that
-// keeps CR); 0 when none starts there. `reader` names it in trace lines.
-int readExpansionsBy(Source *s, int (*next)(Source *), const char *reader);
+// getNextCh for CDATA sections: a CR is delivered as it is, not as a line
+// end; expansions, lines and the awaited mark work as in getNextCh.
+int getNextChKeepingCR(Source *source);
 
 // Whether a source over `entity` may open now; when it may not, the refusal
 // is recorded with `line` (where the reference stands).

@@ -75,34 +75,9 @@ void gatherPiData(Source *s, TextRun &run) {
 
 // ---- the CDATA reader ----------------------------------------------------------
 
-// Inside a CDATA section characters are read by a copy of the reader that
-// keeps CR as it is; everything else (expansions, lines, the awaited mark)
-// works as in getNextCh.
-int getNextChCDATA(Source *s) {
-    unsigned c = static_cast<unsigned char>(*s->cursor);
-    if (c == 0) {
-        s->current = 0;
-        return 0;
-    }
-    if (c == '\n') ++s->line;
-    if (!direct(s)) {
-        if (const int expanded = vqxml::readExpansionsBy(s, getNextChCDATA, "getNextChCDATA"); expanded != 0)
-            return expanded;
-        c = static_cast<unsigned char>(*s->cursor);
-        if (c == 0) {
-            s->current = 0;
-            if (s->awaited != 0) addParseError(s->line, kNotSameEntity, nullptr);
-            return 0;
-        }
-    }
-    ++s->cursor;
-    if (s->awaited != 0 && c == s->awaited) {
-        s->delimiterSeen = 1;
-        s->awaited = 0;
-    }
-    s->current = static_cast<uint16_t>(c);
-    return static_cast<int>(c);
-}
+// Inside a CDATA section characters are read by the reader's variant that
+// keeps CR as it is.
+int getNextChCDATA(Source *s) { return vqxml::getNextChKeepingCR(s); }
 
 // CDATA text from the current character on while okCData holds.
 void gatherCData(Source *s, TextRun &run) {
