@@ -147,6 +147,10 @@ public:
         const std::string_view attribute = vqxml::dsView(attributeName);
         if (element.size() + attribute.size() > sizeof(Entry::names))
             return findAttDefDS(doctype, elementName, attributeName);
+        if (!cleared_) {  // cleared on first use: most parsers never look a pair up
+            std::memset(static_cast<void *>(entries_), 0, sizeof entries_);
+            cleared_ = true;
+        }
         const uint64_t h = (elementHash ^ (attributeHash * 0x9e3779b97f4a7c15u)) | 1;
         size_t i = (h ^ (h >> 29)) & (kEntries - 1);
         for (; entries_[i].hash != 0; i = (i + 1) & (kEntries - 1)) {
@@ -182,7 +186,8 @@ private:
         char names[50];
     };
     static constexpr size_t kEntries = 128;
-    Entry entries_[kEntries] = {};
+    Entry entries_[kEntries];
+    bool cleared_ = false;
     size_t count_ = 0;
 };
 
@@ -194,7 +199,11 @@ class ElementDefaults {
 public:
     enum Known { kUnknown, kNone, kSome };
     // `h` is AttributeNames::hash of the name.
-    Known find(std::string_view name, uint64_t h) const {
+    Known find(std::string_view name, uint64_t h) {
+        if (!cleared_) {  // cleared on first use, as above
+            std::memset(static_cast<void *>(entries_), 0, sizeof entries_);
+            cleared_ = true;
+        }
         for (size_t i = h & (kEntries - 1); entries_[i].hash != 0; i = (i + 1) & (kEntries - 1)) {
             const Entry &e = entries_[i];
             if (e.hash == h && e.length == name.size() && std::memcmp(e.name, name.data(), name.size()) == 0)
@@ -221,7 +230,8 @@ private:
         char name[54];
     };
     static constexpr size_t kEntries = 64;
-    Entry entries_[kEntries] = {};
+    Entry entries_[kEntries];
+    bool cleared_ = false;
     size_t count_ = 0;
 };
 
