@@ -31,9 +31,11 @@ using vqxml::PrintTarget;
 constexpr int kElement = 1;
 constexpr int kText = 3;
 using vqxml::kMaxIndent;
-constexpr char kBlanks[kMaxIndent + 1] =
-    "                                                               ";
-static_assert(sizeof(kBlanks) == kMaxIndent + 1);
+// A line break and the most blanks an indent has.
+constexpr char kNewLine[kMaxIndent + 3] =
+    "\r\n                                                               ";
+static_assert(sizeof(kNewLine) == kMaxIndent + 3);
+constexpr const char *kBlanks = kNewLine + 2;
 
 Node *head(VQHANDLE h) {
     return static_cast<Node *>(vqxml::printableRecord(h, sizeof(Node)));
@@ -44,15 +46,23 @@ const Node *linkedNode(VQHANDLE parent, VQHANDLE h) {
     return n != nullptr && n->parentNode == parent ? n : nullptr;
 }
 
-void writeIndent(PrintTarget &out, int64_t indent) {
-    const int64_t blanks = indent < 0 ? 0 : (indent > kMaxIndent ? kMaxIndent : indent);
+int64_t blanksFor(int64_t indent) { return indent < 0 ? 0 : (indent > kMaxIndent ? kMaxIndent : indent); }
+
+// "\r\n" and then the indent's blanks, each a literal of its own; as one
+// copy when both fit.
+void writeLineAndIndent(PrintTarget &out, int64_t indent) {
+    const int64_t blanks = blanksFor(indent);
+    if (out.room() >= 2 + blanks) {
+        out.literal(kNewLine, 2 + blanks);
+        return;
+    }
+    out.literal("\r\n");
     out.literal(kBlanks, blanks);
 }
 
 // The start tag; true when the element has children to follow.
 bool writeStartTag(PrintTarget &out, VQHANDLE element, const Node *e, int64_t indent) {
-    if (indent != 0) out.literal("\r\n");
-    writeIndent(out, indent);
+    if (indent != 0) writeLineAndIndent(out, indent);  // indent 0: no blanks either
     out.framed("<", e->nodeName, '\0');
     vqxml::serializeAttributes(out, element);
     if (e->firstChild != 0) {
@@ -67,10 +77,7 @@ bool writeStartTag(PrintTarget &out, VQHANDLE element, const Node *e, int64_t in
 // The end tag goes on a line of its own only after a child element; after
 // text, a comment and the like it follows on the same line.
 void writeEndTag(PrintTarget &out, const Node *e, int64_t indent, int lastChildType) {
-    if (lastChildType == kElement) {
-        out.literal("\r\n");
-        writeIndent(out, indent);
-    }
+    if (lastChildType == kElement) writeLineAndIndent(out, indent);
     out.framed("</", e->nodeName, '>');
 }
 
