@@ -102,14 +102,7 @@ void writeEntityRef(PrintTarget &out, VQHANDLE reference) {
 // The value is rebuilt from the children rather than taken from the
 // normalised value string, so entity references written in the source
 // come out as references again.
-void writeAttValueAt(PrintTarget &out, VQHANDLE attribute, const Node *a) {
-    // Most values are one text child: the walk below would take one step.
-    const Node *only = linkedNode(attribute, a->firstChild);
-    if (only != nullptr && only->nodeType == kText && linkedNode(attribute, only->nextSibling) == nullptr &&
-        vqxml::walkBudget(attribute) > 0) {
-        out.quotedAttribute(only->nodeValue);
-        return;
-    }
+void writeAttValueWalk(PrintTarget &out, VQHANDLE attribute, const Node *a) {
     out.character('"');
     vqxml::StepBound steps(attribute);
     const Node *child = nullptr;
@@ -122,6 +115,17 @@ void writeAttValueAt(PrintTarget &out, VQHANDLE attribute, const Node *a) {
         }
     }
     out.character('"');
+}
+
+// Most values are one text child, for which the walk would take one step.
+[[gnu::always_inline]] inline void writeAttValueAt(PrintTarget &out, VQHANDLE attribute, const Node *a) {
+    const Node *only = linkedNode(attribute, a->firstChild);
+    if (only != nullptr && only->nodeType == kText && linkedNode(attribute, only->nextSibling) == nullptr &&
+        vqxml::walkBudget(attribute) > 0) {
+        out.quotedAttribute(only->nodeValue);
+        return;
+    }
+    writeAttValueWalk(out, attribute, a);
 }
 
 void writeAttValue(PrintTarget &out, VQHANDLE attribute) {
