@@ -423,6 +423,10 @@ TEST_F(Serializer, InvalidHandlesEndTheWalk) {
     buf[0] = 'g';
     EXPECT_EQ(VQXML_printNode(s("x"), buf, sizeof buf), 0);
     EXPECT_EQ(buf[0], 'g');
+    // No buffer, whatever the size: the length is measured, nothing written.
+    const VQHANDLE e = el("e");
+    EXPECT_EQ(VQXML_printNode(e, nullptr, 64), 4);
+    EXPECT_EQ(VQXML_printBeautifyNode(e, nullptr, 64), 4);
 
     const VQHANDLE a = el("a");
     const VQHANDLE b = add(a, el("b"));

@@ -103,9 +103,12 @@ class PrintTarget {
 public:
     // The cursor is read here and written back when the job ends; in
     // between the target keeps the position itself, so that the bytes it
-    // stores cannot be taken to change it.
+    // stores cannot be taken to change it. With no buffer to write to, a
+    // job only measures, whatever size the caller gave.
     PrintTarget(char **cursor, int64_t capacity)
-        : cursor_(cursor), pos_(cursor != nullptr ? *cursor : nullptr), capacity_(capacity) {}
+        : cursor_(cursor),
+          pos_(cursor != nullptr ? *cursor : nullptr),
+          capacity_(pos_ != nullptr ? capacity : 0) {}
     ~PrintTarget() {
         if (cursor_ != nullptr) *cursor_ = pos_;
     }
