@@ -173,11 +173,9 @@ void leaveMap(VQHANDLE h) {
     }
 }
 
-// Links an unlinked node as the last child of `parent`.
-void linkLast(VQHANDLE parent, VQHANDLE child) {
+// Links an unlinked node as the last child of `parent`, given both records.
+inline void linkLast(VQHANDLE parent, Node *p, VQHANDLE child, Node *c) {
     treeChanged();
-    Node *p = asNode(parent);
-    Node *c = asNode(child);
     c->nextSibling = 0;
     if (Node *last = asNode(p->lastChild)) {
         c->previousSibling = p->lastChild;
@@ -189,6 +187,8 @@ void linkLast(VQHANDLE parent, VQHANDLE child) {
     p->lastChild = child;
     c->parentNode = parent;
 }
+
+void linkLast(VQHANDLE parent, VQHANDLE child) { linkLast(parent, asNode(parent), child, asNode(child)); }
 
 // Links an unlinked node in front of `ref`, a child of `parent`.
 void linkBefore(VQHANDLE parent, VQHANDLE child, VQHANDLE ref) {
@@ -365,19 +365,7 @@ VQHANDLE vqxml::appendToUnlinked(VQHANDLE parent, VQHANDLE child) {
             break;
         }
         if ((accepted & bit(c->nodeType)) != 0) {
-            // linkLast, with the records already at hand (nothing here
-            // allocates).
-            treeChanged();
-            c->nextSibling = 0;
-            if (Node *last = asNode(p->lastChild)) {
-                c->previousSibling = p->lastChild;
-                last->nextSibling = child;
-            } else {
-                c->previousSibling = 0;
-                p->firstChild = child;
-            }
-            p->lastChild = child;
-            c->parentNode = parent;
+            linkLast(parent, p, child, c);  // nothing here allocates
             return child;
         }
     }
