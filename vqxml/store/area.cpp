@@ -242,6 +242,20 @@ extern "C" int32_t newDocumentArea(int32_t number, uint32_t **outDocHandleField)
 
 namespace {
 
+// The last step of every allocation: the block of `used` bytes at `off`
+// takes `slot`, and the head's counters follow.
+inline VQHANDLE book(DocArea *a, int32_t *table, BlockHeader *b, int32_t number, int32_t slot, int32_t off,
+                     int32_t used) {
+    a->firstfree = slot + 1;
+    b->blockLink = slot;
+    table[slot] = off;
+    a->freesize -= used;
+    a->freeoffset -= 1;
+    a->dbgHandles += 1;
+    a->dbgSize += used;
+    return static_cast<VQHANDLE>(slot) * 256 + static_cast<VQHANDLE>(number);
+}
+
 // Everything myAlloc does beyond its common case, in the same order.
 [[gnu::noinline]] VQHANDLE allocSlow(int32_t number, int64_t bytes) {
     DocArea *a = docHead[number];
@@ -332,14 +346,7 @@ namespace {
     }
 
     // 4. Booking.
-    a->firstfree = slot + 1;
-    b->blockLink = slot;
-    table[slot] = off;
-    a->freesize -= used;
-    a->freeoffset -= 1;
-    a->dbgHandles += 1;
-    a->dbgSize += used;
-    return static_cast<VQHANDLE>(slot) * 256 + static_cast<VQHANDLE>(number);
+    return book(a, table, b, number, slot, off, used);
 }
 
 }  // namespace
@@ -378,14 +385,7 @@ extern "C" VQHANDLE myAlloc(VQHANDLE document, int64_t bytes) {
         used = size;
         b->blockSize = used;
     }
-    a->firstfree = slot + 1;
-    b->blockLink = slot;
-    table[slot] = off;
-    a->freesize -= used;
-    a->freeoffset -= 1;
-    a->dbgHandles += 1;
-    a->dbgSize += used;
-    return static_cast<VQHANDLE>(slot) * 256 + static_cast<VQHANDLE>(number);
+    return book(a, table, b, number, slot, off, used);
 }
 
 extern "C" void myFree(VQHANDLE handle) {
