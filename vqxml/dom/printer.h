@@ -149,6 +149,16 @@ public:
         counted_ = counted + 1;
     }
 
+    // `n` bytes of text that fit with a NUL after them (`counted` is the
+    // count before them).
+    [[gnu::always_inline]] void whole(const char *text, int64_t n, int64_t counted) {
+        char *w = pos_;
+        copyBytes(w, text, static_cast<size_t>(n));
+        w[n] = '\0';
+        pos_ = w + n;
+        counted_ = counted + n;
+    }
+
     // A DS copied unchanged, as VQDOM_cpyDS copies it: the text and its NUL
     // when room is greater than the length, else room - 1 bytes and a NUL.
     // The cursor moves only when the whole piece and its NUL fitted, so a
@@ -158,14 +168,7 @@ public:
         const char *text = static_cast<const char *>(payload(ds));
         const auto n = static_cast<int64_t>(textLength(text, blockCapacity(text)));
         const int64_t counted = counted_;
-        if (capacity_ - counted > n) {
-            char *w = pos_;
-            copyBytes(w, text, static_cast<size_t>(n));
-            w[n] = '\0';
-            pos_ = w + n;
-            counted_ = counted + n;
-            return;
-        }
+        if (capacity_ - counted > n) return whole(text, n, counted);
         pieceCut(text, n);
     }
     // The piece that does not fit: room - 1 bytes and a NUL, the position
@@ -266,14 +269,7 @@ private:
         const int64_t counted = counted_;
         const int64_t r = capacity_ - counted;
         int64_t n = plainLength<Stops>(text, capacity);
-        if (n >= 0 && r > n) {
-            char *w = pos_;
-            copyBytes(w, text, static_cast<size_t>(n));
-            w[n] = '\0';
-            pos_ = w + n;
-            counted_ = counted + n;
-            return;
-        }
+        if (n >= 0 && r > n) return whole(text, n, counted);
         if (r > kLongestEntity * static_cast<int64_t>(capacity)) {
             escapedWhole<Stops>(text, capacity, table);
             return;
