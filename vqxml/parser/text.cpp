@@ -20,6 +20,29 @@
 namespace vqxml {
 namespace {
 
+// The scan every text reader makes over a direct source, from the current
+// character on: runs of bytes that are not `Stops`, line ends joined as one
+// LF, and a stop byte that `belongs` keeps in the text (a "-" not before
+// another, say); any other stop byte ends the text and becomes the current
+// character.
+template <uint8_t Stops, typename Belongs>
+void scanDirect(Source *s, TextRun &run, Belongs belongs) {
+    takeCurrent(s, run);
+    auto p = reinterpret_cast<Bytes>(s->cursor);
+    for (;;) {
+        const Bytes q = scanPlain(p, Stops);
+        run.input(p, q);
+        if (*q == '\n' || *q == '\r') {
+            p = lineEnd(s, q, run);
+        } else if (belongs(q)) {
+            run.input(q, q + 1);
+            p = q + 1;
+        } else {
+            return stopAt(s, q);
+        }
+    }
+}
+
 // Comment text from the current character on while okCommentData holds.
 void gatherComment(Source *s, TextRun &run) {
     if (!scannable(s)) {
@@ -29,20 +52,7 @@ void gatherComment(Source *s, TextRun &run) {
         } while (okCommentData(s));
         return;
     }
-    takeCurrent(s, run);
-    auto p = reinterpret_cast<Bytes>(s->cursor);
-    for (;;) {
-        const Bytes q = scanPlain(p, kStopComment);
-        run.input(p, q);
-        if (*q == '\n' || *q == '\r') {
-            p = lineEnd(s, q, run);
-        } else if (*q == '-' && q[1] != '-') {
-            run.input(q, q + 1);
-            p = q + 1;
-        } else {
-            return stopAt(s, q);
-        }
-    }
+    scanDirect<kStopComment>(s, run, [](Bytes q) { return *q == '-' && q[1] != '-'; });
 }
 
 // Processing-instruction data from the current character on, up to a "?"
@@ -57,20 +67,7 @@ void gatherPiData(Source *s, TextRun &run) {
         return;
     }
     if (atEnd()) return;
-    takeCurrent(s, run);
-    auto p = reinterpret_cast<Bytes>(s->cursor);
-    for (;;) {
-        const Bytes q = scanPlain(p, kStopPi);
-        run.input(p, q);
-        if (*q == '\n' || *q == '\r') {
-            p = lineEnd(s, q, run);
-        } else if (*q == '?' && q[1] != '>') {
-            run.input(q, q + 1);
-            p = q + 1;
-        } else {
-            return stopAt(s, q);
-        }
-    }
+    scanDirect<kStopPi>(s, run, [](Bytes q) { return *q == '?' && q[1] != '>'; });
 }
 
 // ---- the CDATA reader ----------------------------------------------------------
@@ -88,24 +85,10 @@ void gatherCData(Source *s, TextRun &run) {
         } while (okCData(s));
         return;
     }
-    takeCurrent(s, run);
-    auto p = reinterpret_cast<Bytes>(s->cursor);
-    for (;;) {
-        const Bytes q = scanPlain(p, kStopCData);
-        run.input(p, q);
-        if (*q == '\n') {
-            ++s->line;
-            run.input(q, q + 1);
-            p = q + 1;
-        } else if (*q == ']' && !(q[1] == ']' && q[2] == '>')) {
-            run.input(q, q + 1);
-            p = q + 1;
-        } else {
-            // The stop byte is NUL, a control character or "]]>": no CR to
-            // keep, so the ordinary step reads it as the CDATA reader would.
-            return stopAt(s, q);
-        }
-    }
+    // CR is no stop byte here, so it stays as it is; the scan ends at NUL,
+    // a control character or "]]>", which the ordinary step reads as the
+    // CDATA reader would.
+    scanDirect<kStopCData>(s, run, [](Bytes q) { return *q == ']' && !(q[1] == ']' && q[2] == '>'); });
 }
 
 bool isXmlTarget(std::string_view target) {
@@ -125,20 +108,7 @@ void gatherText(Source *s, TextRun &run) {
         } while (okCharData(s));
         return;
     }
-    takeCurrent(s, run);
-    auto p = reinterpret_cast<Bytes>(s->cursor);
-    for (;;) {
-        const Bytes q = scanPlain(p, kStopText);
-        run.input(p, q);
-        if (*q == '\n' || *q == '\r') {
-            p = lineEnd(s, q, run);
-        } else if (*q == ']' && !(q[1] == ']' && q[2] == '>')) {
-            run.input(q, q + 1);
-            p = q + 1;
-        } else {
-            return stopAt(s, q);
-        }
-    }
+    scanDirect<kStopText>(s, run, [](Bytes q) { return *q == ']' && !(q[1] == ']' && q[2] == '>'); });
 }
 
 // ---- comments, processing instructions, CDATA ----------------------------------------
