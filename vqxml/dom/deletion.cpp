@@ -5,12 +5,12 @@
 #include <cstring>
 
 #include "vqxml/dom/dom.h"
-#include "vqxml/model/trace.h"
 #include "vqxml/store/area.h"
 #include "vqxml/store/dom_string.h"
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
 #include "vqxml/store/node.h"
+#include "vqxml/store/trace.h"
 
 namespace vqxml {
 namespace {

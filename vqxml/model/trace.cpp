@@ -1,7 +1,7 @@
 // trace.cpp - the trace switch and the trace primitives. Every allocation
 // and release of an area or error record, and every document dump, goes
 // through here to the support library's trace sink.
-#include "vqxml/model/trace.h"
+#include "vqxml/store/trace.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -8,9 +8,9 @@
 #include <cstring>
 #include <utility>
 
-#include "vqxml/model/trace.h"
 #include "vqxml/store/error_list.h"
 #include "vqxml/store/memdiag.h"
+#include "vqxml/store/trace.h"
 
 VQXML_AreaHead *docHead[256];
 int32_t dontRealloc[256];

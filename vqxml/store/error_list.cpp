@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "vqxml/model/trace.h"
 #include "vqxml/store/memdiag.h"
+#include "vqxml/store/trace.h"
 
 namespace vqxml {
 namespace {

@@ -14,8 +14,8 @@
 #include <cstring>
 
 #include "support/vqsupport.h"
-#include "vqxml/model/trace.h"
 #include "vqxml/store/area.h"
+#include "vqxml/store/trace.h"
 
 VQXML_DbgMem *allocMemDocArea;
 

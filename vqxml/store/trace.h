@@ -1,7 +1,7 @@
 // trace.h - the trace switch. Lines of level L pass when a trace handle is
 // set and L + 47 is below the low byte of the trace flag ('2' passes 0..2).
-#ifndef VQXML_MODEL_TRACE_H
-#define VQXML_MODEL_TRACE_H
+#ifndef VQXML_STORE_TRACE_H
+#define VQXML_STORE_TRACE_H
 
 #include <cstdint>
 
@@ -24,4 +24,4 @@ inline bool traceOn(uint32_t level) {
         if (::vqxml::traceOn(level)) VQXML_TRACE_XML(level, __VA_ARGS__); \
     } while (0)
 
-#endif  // VQXML_MODEL_TRACE_H
+#endif  // VQXML_STORE_TRACE_H
