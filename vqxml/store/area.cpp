@@ -441,6 +441,16 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
         errorAlloc("DocumentArea", S);
         return 0;
     }
+    // The free list's last block, found before the move (offsets stay
+    // valid). When it ends the data region its payload holds nothing, so the
+    // move stops at its head and the pages behind it are left untouched.
+    int32_t last = 0;
+    int64_t steps = D / 8 + 1;  // a list cannot hold more blocks than that
+    for (int32_t off = handleTable(old)[0]; off != 0 && --steps >= 0; off = blockAt(old, off)->blockLink)
+        last = off;
+    const bool freeTail = last != 0 && last + int64_t{blockAt(old, last)->blockSize} == D + 4;
+    const int64_t moved = freeTail ? last + 8 : D + 4;
+
     // The new block starts with the old one's bytes (grown in place where the
     // memory allows): head and table stay put, the data region moves up
     // behind the larger table, and the new slots are cleared.
@@ -455,7 +465,7 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
         return 0;
     }
     DocArea *a = reinterpret_cast<DocArea *>(block);
-    std::memmove(block + 48 + 4 * H2, block + 48 + 4 * H, static_cast<size_t>(D) + 4);
+    std::memmove(block + 48 + 4 * H2, block + 48 + 4 * H, static_cast<size_t>(moved));
     std::memset(handleTable(a) + H, 0, 4 * static_cast<size_t>(H2 - H));
     *a = head;
     a->size = static_cast<int32_t>(S);
@@ -466,19 +476,13 @@ extern "C" int reallocDocumentArea(int32_t number, int64_t needed) {
     docHead[number] = a;
 
     if (D2 > D) {
-        int32_t *link = &handleTable(a)[0];
-        int32_t last = 0;
-        while (*link != 0) {
-            last = *link;
-            link = &blockAt(a, last)->blockLink;
-        }
-        if (last != 0 && last + int64_t{blockAt(a, last)->blockSize} == D + 4) {
+        if (freeTail) {
             blockAt(a, last)->blockSize += static_cast<int32_t>(D2 - D);
         } else {
             BlockHeader *fresh = blockAt(a, static_cast<int32_t>(D + 4));
             fresh->blockSize = static_cast<int32_t>(D2 - D);
             fresh->blockLink = 0;
-            *link = static_cast<int32_t>(D + 4);
+            (last != 0 ? blockAt(a, last)->blockLink : handleTable(a)[0]) = static_cast<int32_t>(D + 4);
         }
     }
 
