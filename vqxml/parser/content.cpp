@@ -133,107 +133,87 @@ private:
     bool saturated_ = false;
 };
 
+// What the first lookup of a name (or of a pair of names) found, for the
+// lookups that content reading repeats while declarations cannot change.
+// Open addressing in a fixed array, cleared on first use (most parsers never
+// look anything up). Names longer than an entry, and names met once the table
+// is three quarters full, are not kept: their lookups are made every time.
+template <typename Value, size_t kEntries, size_t kNameBytes>
+class NameMemo {
+public:
+    static constexpr bool fits(std::string_view first, std::string_view second) {
+        return first.size() + second.size() <= kNameBytes;
+    }
+    // The value kept for the names (`second` may be empty), or null.
+    const Value *find(std::string_view first, std::string_view second, uint64_t h) {
+        if (!cleared_) {
+            std::memset(static_cast<void *>(entries_), 0, sizeof entries_);
+            cleared_ = true;
+        }
+        if (!fits(first, second)) return nullptr;
+        for (size_t i = start(h); entries_[i].hash != 0; i = (i + 1) & (kEntries - 1)) {
+            const Entry &e = entries_[i];
+            if (e.hash == h && e.firstLength == first.size() && e.secondLength == second.size() &&
+                std::memcmp(e.names, first.data(), first.size()) == 0 &&
+                std::memcmp(e.names + first.size(), second.data(), second.size()) == 0)
+                return &e.value;
+        }
+        return nullptr;
+    }
+    // Keeps `value` for names that find() did not know.
+    void add(std::string_view first, std::string_view second, uint64_t h, Value value) {
+        if (!fits(first, second) || 4 * (count_ + 1) > 3 * kEntries) return;
+        size_t i = start(h);
+        while (entries_[i].hash != 0) i = (i + 1) & (kEntries - 1);
+        ++count_;
+        Entry &e = entries_[i];
+        e.hash = h;
+        e.value = value;
+        e.firstLength = static_cast<uint8_t>(first.size());
+        e.secondLength = static_cast<uint8_t>(second.size());
+        if (!first.empty()) std::memcpy(e.names, first.data(), first.size());
+        if (!second.empty()) std::memcpy(e.names + first.size(), second.data(), second.size());
+    }
+
+private:
+    static_assert((kEntries & (kEntries - 1)) == 0 && kNameBytes < 256);
+    static size_t start(uint64_t h) { return (h ^ (h >> 29)) & (kEntries - 1); }
+    struct Entry {
+        uint64_t hash;  // 0 = empty
+        Value value;
+        uint8_t firstLength;
+        uint8_t secondLength;
+        char names[kNameBytes];
+    };
+    Entry entries_[kEntries];
+    bool cleared_ = false;
+    size_t count_ = 0;
+};
+
 // The attribute definitions looked up for the attributes read, by element
-// and attribute name. Declarations do not change while content is read, so
-// a pair keeps the answer of its first lookup. Pairs whose names do not fit
-// an entry, and pairs met once the table is three quarters full, are looked
-// up every time.
+// and attribute name.
 class AttDefCache {
 public:
     // The names' hashes are AttributeNames::hash of each.
     VQHANDLE find(VQHANDLE doctype, VQHANDLE elementName, uint64_t elementHash, VQHANDLE attributeName,
                   uint64_t attributeHash) {
-        const std::string_view element = vqxml::dsView(elementName);
-        const std::string_view attribute = vqxml::dsView(attributeName);
-        if (element.size() + attribute.size() > sizeof(Entry::names))
-            return findAttDefDS(doctype, elementName, attributeName);
-        if (!cleared_) {  // cleared on first use: most parsers never look a pair up
-            std::memset(static_cast<void *>(entries_), 0, sizeof entries_);
-            cleared_ = true;
-        }
         const uint64_t h = (elementHash ^ (attributeHash * 0x9e3779b97f4a7c15u)) | 1;
-        size_t i = (h ^ (h >> 29)) & (kEntries - 1);
-        for (; entries_[i].hash != 0; i = (i + 1) & (kEntries - 1)) {
-            const Entry &e = entries_[i];
-            if (e.hash == h && e.elementLength == element.size() && e.attributeLength == attribute.size() &&
-                std::memcmp(e.names, element.data(), element.size()) == 0 &&
-                std::memcmp(e.names + element.size(), attribute.data(), attribute.size()) == 0)
-                return e.definition;
-        }
+        if (const VQHANDLE *known = memo_.find(vqxml::dsView(elementName), vqxml::dsView(attributeName), h))
+            return *known;
         const VQHANDLE found = findAttDefDS(doctype, elementName, attributeName);
-        if (4 * (count_ + 1) > 3 * kEntries) return found;
-        ++count_;
-        Entry &e = entries_[i];
-        e.hash = h;
-        e.elementLength = static_cast<uint8_t>(element.size());
-        e.attributeLength = static_cast<uint8_t>(attribute.size());
         // The names are read again: nothing may keep a pointer into the
         // area across a call that could allocate there.
-        const std::string_view elementNow = vqxml::dsView(elementName);
-        const std::string_view attributeNow = vqxml::dsView(attributeName);
-        if (!elementNow.empty()) std::memcpy(e.names, elementNow.data(), elementNow.size());
-        if (!attributeNow.empty()) std::memcpy(e.names + elementNow.size(), attributeNow.data(), attributeNow.size());
-        e.definition = found;
+        memo_.add(vqxml::dsView(elementName), vqxml::dsView(attributeName), h, found);
         return found;
     }
 
 private:
-    struct Entry {
-        uint64_t hash;  // 0 = empty
-        VQHANDLE definition;
-        uint8_t elementLength;
-        uint8_t attributeLength;
-        char names[50];
-    };
-    static constexpr size_t kEntries = 128;
-    Entry entries_[kEntries];
-    bool cleared_ = false;
-    size_t count_ = 0;
+    NameMemo<VQHANDLE, 128, 48> memo_;
 };
 
 // Whether the elements of a name get default attributes, so that the search
-// for defaults is made once for a name that has none (declarations do not
-// change while content is read). Names longer than an entry, and names met
-// once the table is three quarters full, are unknown every time.
-class ElementDefaults {
-public:
-    enum Known { kUnknown, kNone, kSome };
-    // `h` is AttributeNames::hash of the name.
-    Known find(std::string_view name, uint64_t h) {
-        if (!cleared_) {  // cleared on first use, as above
-            std::memset(static_cast<void *>(entries_), 0, sizeof entries_);
-            cleared_ = true;
-        }
-        for (size_t i = h & (kEntries - 1); entries_[i].hash != 0; i = (i + 1) & (kEntries - 1)) {
-            const Entry &e = entries_[i];
-            if (e.hash == h && e.length == name.size() && std::memcmp(e.name, name.data(), name.size()) == 0)
-                return e.some ? kSome : kNone;
-        }
-        return kUnknown;
-    }
-    void add(std::string_view name, uint64_t h, bool some) {
-        if (name.size() > sizeof(Entry::name) || 4 * (count_ + 1) > 3 * kEntries) return;
-        size_t i = h & (kEntries - 1);
-        while (entries_[i].hash != 0) i = (i + 1) & (kEntries - 1);
-        ++count_;
-        entries_[i].hash = h;
-        entries_[i].length = static_cast<uint8_t>(name.size());
-        entries_[i].some = some;
-        if (!name.empty()) std::memcpy(entries_[i].name, name.data(), name.size());
-    }
-
-private:
-    struct Entry {
-        uint64_t hash;  // 0 = empty
-        uint8_t length;
-        bool some;
-        char name[54];
-    };
-    static constexpr size_t kEntries = 64;
-    Entry entries_[kEntries];
-    bool cleared_ = false;
-    size_t count_ = 0;
-};
+// for defaults is made once for a name that has none.
+using ElementDefaults = NameMemo<bool, 64, 48>;
 
 // Takes a replaced attribute out of its element's map, its item being
 // known, and deletes it: what removeNode and VQDOM_deleteNode do to it,
@@ -316,14 +296,15 @@ VQHANDLE ContentParser::startTag(bool &empty) {
     // element name found once to have none needs no second search.
     if (doctype_ != 0) {
         const std::string_view elementName = vqxml::dsView(node(el)->nodeName);
-        ElementDefaults::Known known = defaults_.find(elementName, elementHash_);
-        if (known == ElementDefaults::kUnknown) {
+        const bool *known = defaults_.find(elementName, {}, elementHash_);
+        bool some = known != nullptr && *known;
+        if (known == nullptr) {
             const int32_t n = vqxml::indexedDefaults(doctype_, elementName, nullptr, 0);
             // An index that cannot answer leaves the name unknown.
-            if (n >= 0) defaults_.add(elementName, elementHash_, n > 0);
-            known = n == 0 ? ElementDefaults::kNone : ElementDefaults::kSome;
+            if (n >= 0) defaults_.add(elementName, {}, elementHash_, n > 0);
+            some = n != 0;
         }
-        if (known == ElementDefaults::kSome) addDefaultAttributes(el);
+        if (some) addDefaultAttributes(el);
     }
     // Defaults are copies too, charged to the parse's budget.
     if (vqxml::copyBudgetSpent(s_)) {
