@@ -154,8 +154,8 @@ public:
         for (size_t i = start(h); entries_[i].hash != 0; i = (i + 1) & (kEntries - 1)) {
             const Entry &e = entries_[i];
             if (e.hash == h && e.firstLength == first.size() && e.secondLength == second.size() &&
-                std::memcmp(e.names, first.data(), first.size()) == 0 &&
-                std::memcmp(e.names + first.size(), second.data(), second.size()) == 0)
+                (first.empty() || std::memcmp(e.names, first.data(), first.size()) == 0) &&
+                (second.empty() || std::memcmp(e.names + first.size(), second.data(), second.size()) == 0))
                 return &e.value;
         }
         return nullptr;
