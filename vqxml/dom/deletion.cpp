@@ -335,7 +335,12 @@ extern "C" void VQDOM_deleteNode(VQHANDLE root) {
             cur = victim;
             continue;
         }
-        const VQHANDLE back = asNode(cur)->parentNode;
+        const Node *n = asNode(cur);
+        // Only a damaged tree (a node reached twice, so freed while it was
+        // still on the way back) gets here: the way back is lost with it,
+        // and the nodes begun above it stay in the area.
+        if (n == nullptr) return;
+        const VQHANDLE back = n->parentNode;
         // Freeing the root last matters: when it is the area's last object
         // the whole area goes with it.
         finishDelete(cur);
