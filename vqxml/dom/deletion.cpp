@@ -49,7 +49,10 @@ void beginDelete(VQHANDLE h, VQHANDLE returnTo) {
     Node *n = asNode(h);
     VQDOM_deleteDS(n->nodeName);
     VQDOM_deleteDS(n->nodeValue);
+    // A damaged image may give a node its own handle as a string: then it
+    // is gone already, and the deletion loop meets no record for it.
     n = asNode(h);
+    if (n == nullptr) return;
     n->nodeName = n->nodeValue = 0;
     removeNode(h);
     n->parentNode = returnTo;
@@ -63,6 +66,7 @@ void beginDelete(VQHANDLE h, VQHANDLE returnTo) {
 // frees between those steps, in the same order.
 VQHANDLE nextVictim(VQHANDLE h) {
     Node *n = asNode(h);
+    if (n == nullptr) return 0;  // freed already (see beginDelete)
     while (n->firstChild != 0) {
         // A child unlinks itself from this node when its deletion begins;
         // one that would not (a damaged chain) is abandoned with the rest.
@@ -336,9 +340,9 @@ extern "C" void VQDOM_deleteNode(VQHANDLE root) {
             continue;
         }
         const Node *n = asNode(cur);
-        // Only a damaged tree (a node reached twice, so freed while it was
-        // still on the way back) gets here: the way back is lost with it,
-        // and the nodes begun above it stay in the area.
+        // Only a damaged tree (a node reached twice, or named as its own
+        // string, so freed before its turn) gets here: the way back is lost
+        // with it, and the nodes begun above it stay in the area.
         if (n == nullptr) return;
         const VQHANDLE back = n->parentNode;
         // Freeing the root last matters: when it is the area's last object
